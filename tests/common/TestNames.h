@@ -14,7 +14,7 @@ namespace TestNames {
 // System V key: 0x5A000000 plus the pid in the low 20 bits and the tag in the bits above them.
 inline int segmentKey(int tag = 0)
 {
-    return 0x5A000000 | ((tag & 0x3F) << 20) | (static_cast<int>(getpid()) & 0xFFFFF);
+    return 0x5A000000 | ((tag & 0x1F) << 20) | (static_cast<int>(getpid()) & 0xFFFFF);
 }
 
 inline std::string semaphoreName(const char* tag)
