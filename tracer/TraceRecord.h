@@ -30,8 +30,7 @@ inline constexpr char s_SharedFileMutexName[] = "/ZelTracerSharedFileMutex;";
 //      200      1  continued (shared slot only: text goes on in the next slot)
 //      201      N  text, NUL-terminated when shorter than N
 //    201+N      7  padding to a multiple of 8
-template<std::size_t N>
-struct TBufferEntry
+template<std::size_t N> struct TBufferEntry
 {
     std::uint64_t id;
     std::uint64_t reserved;
@@ -131,8 +130,7 @@ constexpr std::uint64_t usedSlots(std::uint64_t readIndex, std::uint64_t writeIn
 static_assert(usedSlots(7000, 10, 7279) == 289);
 
 // True when a fixed-size text field carries its terminator, i.e. may be read as a C string.
-template<std::size_t N>
-bool hasTerminator(const char (&field)[N])
+template<std::size_t N> bool hasTerminator(const char (&field)[N])
 {
     for (char c : field) {
         if (c == '\0')

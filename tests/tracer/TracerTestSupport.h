@@ -1,0 +1,114 @@
+#pragma once
+
+#include "SharedMemory.h"
+#include "TestNames.h"
+#include "TraceChannelControl.h"
+#include "TraceRecord.h"
+
+#include <cstring>
+#include <string>
+#include <vector>
+
+// A private segment and semaphore pair for one test, removed again when the test ends.
+struct PrivateSegment
+{
+    explicit PrivateSegment(int tag)
+        : key(TestNames::segmentKey(tag))
+        , semaphore(TestNames::semaphoreName(("seg" + std::to_string(tag)).c_str()))
+        , fileSemaphore(TestNames::semaphoreName(("file" + std::to_string(tag)).c_str()))
+    {
+        remove();
+    }
+    ~PrivateSegment() { remove(); }
+    void remove() const
+    {
+        TestNames::removeSegment(key);
+        TestNames::unlinkSemaphore(semaphore);
+        TestNames::unlinkSemaphore(fileSemaphore);
+    }
+
+    int key;
+    std::string semaphore;
+    std::string fileSemaphore;
+};
+
+// Raw access to a segment, for writing what a broken or hostile producer would write.
+class RawSegment
+{
+public:
+    RawSegment(PrivateSegment const& segment, unsigned long size = ZelTracer::s_VisaSharedMemorySize)
+        : memory(segment.key, segment.semaphore)
+    {
+        memory.create(size, ZelTracer::SharedMemory::ReadWrite);
+    }
+    ZelTracer::SharedMemoryHeader& header()
+    {
+        return *static_cast<ZelTracer::SharedMemoryHeader*>(memory.getAddress());
+    }
+    ZelTracer::SlotEntry& slot(std::uint32_t i)
+    {
+        return *reinterpret_cast<ZelTracer::SlotEntry*>(static_cast<char*>(memory.getAddress())
+                                                        + ZelTracer::s_HeaderSize + i * ZelTracer::s_SlotSize);
+    }
+    ZelTracer::SharedMemory memory;
+};
+
+inline ZelTracer::FullEntry makeEntry(std::uint64_t id, std::uint32_t pid, std::uint32_t kind, const std::string& text)
+{
+    ZelTracer::FullEntry e;
+    std::memset(&e, 0, sizeof e);
+    e.id = id;
+    e.pid = pid;
+    e.threadId = pid + 1;
+    e.kind = kind;
+    e.session = 7;
+    e.timestamp = 1700000000 + static_cast<std::int64_t>(id);
+    e.timestampFraction = 0.25;
+    e.elapsedTime = 1.5;
+    e.duration = 0.001234567;
+    e.status = -1073807339; // VI_ERROR_TMO
+    std::strncpy(e.address, "GPIB0::22::INSTR", sizeof e.address - 1);
+    std::strncpy(e.text, text.c_str(), sizeof e.text - 1);
+    return e;
+}
+
+// Walks the snapshot that the control holds and returns the full records it yields.
+inline std::vector<ZelTracer::FullEntry> walk(ZelTracer::TraceChannelControl& control)
+{
+    std::vector<ZelTracer::FullEntry> records;
+    const ZelTracer::BufferEntryIterator end = control.end();
+    for (ZelTracer::BufferEntryIterator it = control.begin(); it != end && records.size() < 100000; ++it)
+        records.push_back(**it);
+    return records;
+}
+
+// The tool's snapshot resets the ring after releasing the lock and may lose what a producer adds in
+// between, which the design accepts. To check that producers themselves never lose or tear a record
+// while the ring has room, this reader advances the read index past what it consumed instead.
+class LosslessReader
+{
+public:
+    explicit LosslessReader(PrivateSegment const& segment)
+        : control(segment.key, ZelTracer::s_VisaSharedMemorySize, segment.semaphore)
+        , memory(segment.key, segment.semaphore)
+    {
+        memory.create(ZelTracer::s_VisaSharedMemorySize, ZelTracer::SharedMemory::ReadWrite);
+    }
+
+    std::vector<ZelTracer::FullEntry> drain()
+    {
+        control.copySharedMemory(false);
+        const unsigned long consumed = control.countCopy();
+        std::vector<ZelTracer::FullEntry> records = walk(control);
+        memory.lock();
+        auto* header = static_cast<ZelTracer::SharedMemoryHeader*>(memory.getAddress());
+        header->readIndex = static_cast<std::uint32_t>((header->readIndex + consumed) % slotCount());
+        memory.unlock();
+        return records;
+    }
+
+    static std::uint32_t slotCount() { return ZelTracer::slotCountFor(ZelTracer::s_VisaSharedMemorySize); }
+
+    ZelTracer::TraceChannelControl control;
+    ZelTracer::SharedMemory memory;
+};
