@@ -166,8 +166,9 @@ const char* const s_Queries[][2] = {
 const char* const s_Writes[]
     = {"*RST\\n", "*CLS\\n", ":SENSe:VOLTage:RANGe 10\\n", ":TRIGger:SOURce BUS\\n", "OUTPut ON\\n"};
 
-const char* const s_Attributes[]
-    = {"VI_ATTR_TMO_VALUE=5000", "VI_ATTR_TERMCHAR_EN=1", "VI_ATTR_TERMCHAR=10", "VI_ATTR_SEND_END_EN=1"};
+// In the form the view reduces to name and value: "attribute=NAME, value=VALUE".
+const char* const s_Attributes[] = {"attribute=VI_ATTR_TMO_VALUE, value=5000", "attribute=VI_ATTR_TERMCHAR_EN, value=1",
+                                    "attribute=VI_ATTR_TERMCHAR, value=10", "attribute=VI_ATTR_SEND_END_EN, value=1"};
 
 constexpr std::int32_t s_Success = 0;
 constexpr std::int32_t s_SuccessTermChar = 0x3FFF0005;
@@ -205,7 +206,7 @@ public:
             const int exchanges = 1 + static_cast<int>(random() % 6);
             for (int i = 0; i < exchanges && !finished(); ++i)
                 exchange(session, address);
-            call(session, address, s_Success, "viGetAttribute(0x%08X, VI_ATTR_INTF_TYPE=6)", session);
+            call(session, address, s_Success, "viGetAttribute(0x%08X, attribute=VI_ATTR_INTF_TYPE, value=6)", session);
             call(session, address, s_Success, "viClose(0x%08X)", session);
         }
     }

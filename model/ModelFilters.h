@@ -1,0 +1,47 @@
+#pragma once
+
+#include "SingleFilter.h"
+
+#include <QList>
+
+class QColor;
+class QDataStream;
+class QIODevice;
+
+// The ordered set of view filter rules in force. Order matters: the first matching highlight wins.
+class ModelFilters
+{
+public:
+    bool add(SingleFilter const& filter);
+    bool erase(unsigned long index);
+    void clear();
+    bool showOnlyActive() const;
+
+    bool isHighlighted(ZelTracer::FullEntry const& entry, QColor* color) const;
+    bool testShow(ZelTracer::FullEntry const& entry) const;
+    bool testHide(ZelTracer::FullEntry const& entry) const;
+    bool isFiltered(ZelTracer::FullEntry const& entry) const;
+
+    void toStream(QDataStream& stream) const;
+    void fromStream(QDataStream& stream);
+
+    // A whole *.viewfilter file: magic, format version, then the set at stream version 12.
+    void saveViewFilterFile(QIODevice& device) const;
+    // A foreign magic or another format version leaves the set as it is and returns false.
+    bool loadViewFilterFile(QIODevice& device);
+
+    bool operator==(ModelFilters const& other) const { return filters == other.filters && showOnly == other.showOnly; }
+
+    static constexpr qint32 s_FileMagic = 0x2906FAB1;
+    static constexpr qint32 s_FileVersion = 1;
+    static constexpr int s_StreamVersion = 12;
+
+    QList<SingleFilter> filters;
+    bool showOnly = false;
+
+private:
+    bool anyMatch(ZelTracer::FullEntry const& entry, int firstType, int lastType) const;
+};
+
+QDataStream& operator<<(QDataStream& stream, ModelFilters const& filters);
+QDataStream& operator>>(QDataStream& stream, ModelFilters& filters);

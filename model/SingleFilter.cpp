@@ -1,0 +1,105 @@
+#include "SingleFilter.h"
+
+#include <QDataStream>
+
+#include <cstring>
+
+QString const& RecordTexts::address()
+{
+    if (!haveAddress) {
+        decodedAddress
+            = QString::fromUtf8(entry.address, static_cast<int>(strnlen(entry.address, sizeof entry.address)));
+        haveAddress = true;
+    }
+    return decodedAddress;
+}
+
+QString const& RecordTexts::command()
+{
+    if (!haveCommand) {
+        decodedCommand = QString::fromUtf8(entry.text, static_cast<int>(strnlen(entry.text, sizeof entry.text)));
+        haveCommand = true;
+    }
+    return decodedCommand;
+}
+
+QString SingleFilter::getValue() const
+{
+    if (isNumericType(type))
+        return QStringLiteral("%1").arg(value, 0, 10);
+    if (isTextType(type))
+        return text;
+    return QString();
+}
+
+void SingleFilter::setValue(QString const& newValue)
+{
+    if (isTextType(type)) {
+        text = newValue;
+    } else if (isNumericType(type)) {
+        bool ok = false;
+        const int parsed = newValue.toInt(&ok, 10);
+        if (ok)
+            value = static_cast<std::uint32_t>(parsed);
+    }
+}
+
+std::string SingleFilter::toString() const
+{
+    if (!validType(type))
+        return std::string();
+    static const char* const actions[ActionCount] = {"Highlight ", "Include ", "Exclude "};
+    static const char* const fields[FieldCount] = {"thread id ", "process id ", "session id ", "address ", "command "};
+    std::string result = std::string(actions[type / FieldCount]) + fields[type % FieldCount];
+    if (isNumericType(type))
+        return result + std::to_string(value);
+    return result + '"' + text.toUtf8().toStdString() + '"';
+}
+
+bool SingleFilter::matches(ZelTracer::FullEntry const& entry, RecordTexts& texts) const
+{
+    if (!validType(type))
+        return false;
+    switch (static_cast<Field>(type % FieldCount)) {
+    case ThreadField:
+        return value == entry.threadId;
+    case ProcessField:
+        return value == entry.pid;
+    case SessionField:
+        return value == entry.session;
+    case AddressField:
+        return texts.address() == text;
+    case CommandField:
+        // An empty text is found at position 0, so an empty command rule matches every record.
+        return texts.command().indexOf(text, 0, Qt::CaseInsensitive) >= 0;
+    case FieldCount:
+        break;
+    }
+    return false;
+}
+
+void SingleFilter::toStream(QDataStream& stream) const
+{
+    stream << static_cast<qint32>(value) << text << static_cast<qint32>(type) << color;
+}
+
+void SingleFilter::fromStream(QDataStream& stream)
+{
+    qint32 storedValue = 0;
+    qint32 storedType = 0;
+    stream >> storedValue >> text >> storedType >> color;
+    value = static_cast<std::uint32_t>(storedValue);
+    type = storedType;
+}
+
+QDataStream& operator<<(QDataStream& stream, SingleFilter const& filter)
+{
+    filter.toStream(stream);
+    return stream;
+}
+
+QDataStream& operator>>(QDataStream& stream, SingleFilter& filter)
+{
+    filter.fromStream(stream);
+    return stream;
+}

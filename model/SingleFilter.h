@@ -1,0 +1,102 @@
+#pragma once
+
+#include "TraceRecord.h"
+
+#include <QColor>
+#include <QString>
+
+#include <cstdint>
+#include <string>
+
+class QDataStream;
+
+// The texts of one record that text rules look at, decoded at most once per record however many
+// rules ask for them.
+class RecordTexts
+{
+public:
+    explicit RecordTexts(ZelTracer::FullEntry const& entry)
+        : entry(entry)
+    { }
+    QString const& address();
+    QString const& command();
+
+private:
+    ZelTracer::FullEntry const& entry;
+    QString decodedAddress;
+    QString decodedCommand;
+    bool haveAddress = false;
+    bool haveCommand = false;
+};
+
+// One view filter rule: an action (highlight, include, exclude) on one record field.
+class SingleFilter
+{
+public:
+    enum Field
+    {
+        ThreadField,
+        ProcessField,
+        SessionField,
+        AddressField,
+        CommandField,
+        FieldCount
+    };
+    enum Action
+    {
+        HighlightAction,
+        IncludeAction,
+        ExcludeAction,
+        ActionCount
+    };
+    // The numbering is part of the file format: type = action * FieldCount + field.
+    enum Type
+    {
+        HighlightThread,
+        HighlightProcess,
+        HighlightSession,
+        HighlightAddress,
+        HighlightCommand,
+        IncludeThread,
+        IncludeProcess,
+        IncludeSession,
+        IncludeAddress,
+        IncludeCommand,
+        ExcludeThread,
+        ExcludeProcess,
+        ExcludeSession,
+        ExcludeAddress,
+        ExcludeCommand,
+        TypeCount
+    };
+
+    static bool isNumericType(std::int32_t type) { return validType(type) && (0x1CE7 >> type) & 1; }
+    static bool isTextType(std::int32_t type) { return validType(type) && (0x6318 >> type) & 1; }
+
+    bool showonly() const { return static_cast<std::uint32_t>(type - IncludeThread) <= 4; }
+    QString getValue() const;
+    void setValue(QString const& newValue);
+    std::string toString() const;
+    // Whether the rule's field matches the record, whatever its action.
+    bool matches(ZelTracer::FullEntry const& entry, RecordTexts& texts) const;
+
+    void toStream(QDataStream& stream) const;
+    void fromStream(QDataStream& stream);
+
+    bool operator==(SingleFilter const& other) const
+    {
+        return value == other.value && text == other.text && type == other.type && color == other.color;
+    }
+    bool operator!=(SingleFilter const& other) const { return !(*this == other); }
+
+    std::uint32_t value = 0;
+    QString text = QStringLiteral("");
+    std::int32_t type = HighlightThread;
+    QColor color = QColor(Qt::cyan);
+
+private:
+    static bool validType(std::int32_t type) { return static_cast<std::uint32_t>(type) < TypeCount; }
+};
+
+QDataStream& operator<<(QDataStream& stream, SingleFilter const& filter);
+QDataStream& operator>>(QDataStream& stream, SingleFilter& filter);

@@ -1,0 +1,70 @@
+#pragma once
+
+#include "RingBuffer.h"
+#include "TraceRecord.h"
+
+#include <QSharedMemory>
+#include <QString>
+
+#include <cstdint>
+
+namespace ZelTracer {
+
+template<class T> class RingBufferSharedMem;
+
+// The ring of full records that all running copies of the tool share, in a named Qt shared
+// memory block. Block layout (every copy of the tool must agree):
+//   offset  width  field
+//        0      4  attachCount  (copies of the tool attached)
+//        4      4  begin
+//        8      4  end
+//       12      4  padding
+//       16      8  lastUpdate   (ms since the epoch of the last copy from the trace segment)
+//       24  n*1232 the slots
+// Apart from construction and destruction no member takes the block's lock: callers hold
+// block().lock() around each batch of operations.
+template<> class RingBufferSharedMem<FullEntry> : public RingBuffer<FullEntry>
+{
+public:
+    RingBufferSharedMem(QString const& key, int size);
+    ~RingBufferSharedMem() override;
+    RingBufferSharedMem(RingBufferSharedMem const&) = delete;
+    RingBufferSharedMem& operator=(RingBufferSharedMem const&) = delete;
+
+    void clear() override;
+    void push_back(FullEntry const& value) override;
+    void pop_back() override;
+    std::uint32_t numberOfElements() const override { return capacity; }
+    FullEntry& operator()(unsigned int i) override;
+    FullEntry const& operator()(unsigned int i) const override;
+
+    QSharedMemory& block() { return memory; }
+    void readHeader();
+    void writeHeader() const;
+
+    static constexpr int s_HeaderSize = 24;
+
+    std::int64_t lastUpdate = 0;
+    std::uint32_t capacity = 0;
+    std::uint32_t attachCount = 1;
+
+private:
+    struct BlockHeader
+    {
+        std::uint32_t attachCount;
+        std::uint32_t begin;
+        std::uint32_t end;
+        std::uint32_t padding;
+        std::int64_t lastUpdate;
+    };
+    static_assert(sizeof(BlockHeader) == s_HeaderSize);
+
+    BlockHeader* header() const { return static_cast<BlockHeader*>(const_cast<void*>(memory.constData())); }
+    FullEntry* slotArray() const;
+
+    QSharedMemory memory;
+    // Returned for element access on a ring without slots, so that no access touches the block.
+    FullEntry spare {};
+};
+
+} // namespace ZelTracer
