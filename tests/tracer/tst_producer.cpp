@@ -1,5 +1,5 @@
 #include "TraceProducer.h"
-#include "TracerTestSupport.h"
+#include "TraceTestSupport.h"
 
 #include <QtTest>
 

@@ -1,5 +1,5 @@
 #include "SharedFile.h"
-#include "TracerTestSupport.h"
+#include "TraceTestSupport.h"
 
 #include <QtTest>
 

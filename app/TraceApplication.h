@@ -1,0 +1,54 @@
+#pragma once
+
+#include "LiveTraceModel.h"
+#include "TraceChannelControl.h"
+
+#include <QApplication>
+#include <QString>
+
+#include <string>
+
+// The shared objects one application talks to. The program always uses the defaults; tests pass
+// private ones so that they never touch a user's running tool.
+struct TraceEndpoints
+{
+    int segmentKey = ZelTracer::s_VisaSharedMemoryKey;
+    std::string segmentSemaphore = ZelTracer::s_SharedMemoryMutexName;
+    QString sharedRingName = LiveTraceModel::defaultSharedRingName();
+};
+
+// Owns the channel control and the live model, sets the settings identity and carries the
+// commands of the main window's actions.
+class TraceApplication : public QApplication
+{
+    Q_OBJECT
+
+public:
+    TraceApplication(int& argc, char** argv, TraceEndpoints endpoints = TraceEndpoints());
+    ~TraceApplication() override;
+
+    LiveTraceModel& getModel() { return model; }
+    ZelTracer::TraceChannelControl& getChannelControl() { return channelControl; }
+    TraceEndpoints const& getEndpoints() const { return endpoints; }
+
+    void setDisplayPause(bool pause);
+    void saveBufferToFile(QString fileName);
+    QString getBuffer();
+
+signals:
+    void tracingChanged();
+
+public slots:
+    void starttrace();
+    void stoptrace();
+    void startfiletrace(std::string const& filename);
+    void stopfiletrace();
+    void clearbuffer();
+    void quit();
+    void copyToClipboard();
+
+private:
+    TraceEndpoints endpoints;
+    ZelTracer::TraceChannelControl channelControl;
+    LiveTraceModel model;
+};

@@ -1,0 +1,561 @@
+#include "LiveTraceModel.h"
+
+#include "ZelVersion.h"
+
+#include <QBrush>
+#include <QColor>
+#include <QDateTime>
+#include <QFont>
+#include <QItemSelectionModel>
+#include <QMutexLocker>
+#include <QPixmap>
+
+#include <algorithm>
+#include <cstring>
+
+QMutex LiveTraceModel::s_mutex;
+
+namespace {
+
+constexpr int s_InitialRecordCapacity = 10000;
+constexpr int s_InitialRowCapacity = 100;
+
+// Holds the shared ring's cross-process lock for one batch of operations.
+class SharedRingLocker
+{
+public:
+    explicit SharedRingLocker(QSharedMemory& block)
+        : block(block)
+        , locked(block.lock())
+    { }
+    ~SharedRingLocker()
+    {
+        if (locked)
+            block.unlock();
+    }
+    bool isLocked() const { return locked; }
+
+private:
+    QSharedMemory& block;
+    bool locked;
+};
+
+std::uint32_t previous(std::uint32_t index, std::uint32_t capacity)
+{
+    return index == 0 ? capacity - 1 : index - 1;
+}
+
+bool sameRecord(const ZelTracer::FullEntry& a, const ZelTracer::FullEntry& b)
+{
+    return a.kind == b.kind && a.id == b.id && a.pid == b.pid && a.timestamp == b.timestamp;
+}
+
+QString textOf(const char* field, std::size_t size)
+{
+    return QString::fromLatin1(field, static_cast<int>(strnlen(field, size)));
+}
+
+} // namespace
+
+LiveTraceModel::LiveTraceModel(QObject* parent, ZelTracer::TraceChannelControl& control, QString sharedRingName)
+    : QAbstractTableModel(parent)
+    , channelControl(control)
+    , localRing(s_InitialRecordCapacity)
+    , displayRing(s_InitialRowCapacity)
+    , sharedRingName(std::move(sharedRingName))
+{
+    std::memset(&lastTakenEntry, 0, sizeof lastTakenEntry);
+    updateInternalData();
+    timer.setInterval(s_TimerInterval);
+    connect(&timer, &QTimer::timeout, this, &LiveTraceModel::timerHit);
+}
+
+LiveTraceModel::~LiveTraceModel() = default;
+
+QString LiveTraceModel::defaultSharedRingName()
+{
+    return QStringLiteral("ZelTraceTool%1_0").arg(QLatin1String(ZelTracer::s_VersionString));
+}
+
+// ---- Capture ----
+
+bool LiveTraceModel::start()
+{
+    try {
+        sharedRing.reset();
+        sharedRing = std::make_unique<ZelTracer::RingBufferSharedMem<Entry>>(sharedRingName, sharedRingSize);
+        const std::uint32_t capacity = sharedRing->numberOfElements();
+        localRing.reset(capacity);
+        displayRing.reset(capacity);
+        announcedRows.reserve(capacity);
+        refresh();
+        firstIdByPid.clear();
+        if (channelControl.tracingActive()) {
+            displayTick = 0;
+            running = true;
+            timer.start();
+        }
+        return true;
+    } catch (const std::bad_alloc&) {
+        running = false;
+        timer.stop();
+        return false;
+    }
+}
+
+void LiveTraceModel::stop()
+{
+    // The next tick still drains what arrived, then stops the timer and leaves the shared ring.
+    running = false;
+}
+
+void LiveTraceModel::timerHit()
+{
+    updateSharedData();
+    if (!paused) {
+        updateInternalData();
+        if (displayTick == 0)
+            updateDisplayData();
+        displayTick = (displayTick + 1) & 3;
+    }
+    if (!running) {
+        timer.stop();
+        sharedRing.reset();
+    }
+}
+
+// Moves what the channel copied out of the trace segment into the shared ring. Only one copy of
+// the tool does this per tick: whoever finds the ring older than one tick.
+void LiveTraceModel::updateSharedData()
+{
+    QMutexLocker locker(&s_mutex);
+    if (!sharedRing)
+        return;
+    SharedRingLocker ringLocker(sharedRing->block());
+    const qint64 now = QDateTime::currentMSecsSinceEpoch();
+    sharedRing->readHeader();
+    if (now - sharedRing->lastUpdate <= static_cast<qint64>(timer.interval()))
+        return;
+
+    channelControl.copySharedMemory(true);
+    if (channelControl.countCopy() == 0)
+        return;
+
+    // Start behind the newest record the shared ring already holds, if the snapshot has it.
+    const ZelTracer::BufferEntryIterator end = channelControl.end();
+    ZelTracer::BufferEntryIterator it = channelControl.begin();
+    if (!sharedRing->empty()) {
+        const Entry& newest = (*sharedRing)(previous(sharedRing->end, sharedRing->numberOfElements()));
+        const ZelTracer::BufferEntryIterator found
+            = channelControl.find(newest.id, newest.pid, newest.kind, newest.timestamp);
+        if (found != end) {
+            it = found;
+            ++it;
+        }
+    }
+    for (; it != end; ++it)
+        sharedRing->push_back(**it);
+
+    sharedRing->readHeader();
+    sharedRing->lastUpdate = QDateTime::currentMSecsSinceEpoch();
+    sharedRing->writeHeader();
+}
+
+// Copies the records that are new in the shared ring into the local ring and numbers them.
+void LiveTraceModel::updateInternalData()
+{
+    QMutexLocker locker(&s_mutex);
+    if (!sharedRing)
+        return;
+    SharedRingLocker ringLocker(sharedRing->block());
+    sharedRing->readHeader();
+    const std::uint32_t capacity = sharedRing->numberOfElements();
+    if (capacity == 0)
+        return;
+    const std::uint32_t readIndex = sharedRing->begin;
+    std::uint32_t writeIndex = sharedRing->end;
+
+    // Where the new records begin: behind the newest record taken last time. The search runs
+    // backwards from the write index, so it costs what arrived since, not the whole ring.
+    std::uint32_t start = readIndex;
+    if (lastTakenEntry.pid != 0) {
+        for (std::uint32_t i = writeIndex; i != readIndex;) {
+            i = previous(i, capacity);
+            if (sameRecord((*sharedRing)(i), lastTakenEntry)) {
+                start = (i + 1) % capacity;
+                break;
+            }
+        }
+    }
+
+    // A batch in which the view filters hide every record is left for the next tick.
+    bool anyShown = false;
+    for (std::uint32_t i = start; i != writeIndex && !anyShown; i = (i + 1) % capacity)
+        anyShown = !filters.isFiltered((*sharedRing)(i));
+
+    const std::uint32_t localCapacity = localRing.numberOfElements();
+    if (anyShown && localCapacity > 0) {
+        // Bounded by the capacity even if another copy of the tool keeps moving the write index.
+        for (std::uint32_t copied = 0; start != writeIndex && copied < capacity; ++copied) {
+            localRing.push_back((*sharedRing)(start));
+            localRing(previous(localRing.end, localCapacity)).reserved = ++sequenceCounter;
+            start = (start + 1) % capacity;
+            sharedRing->readHeader();
+            writeIndex = sharedRing->end;
+        }
+    }
+    if (!localRing.empty())
+        lastTakenEntry = localRing(previous(localRing.end, localCapacity));
+}
+
+// Rebuilds every row from the local ring: pairs calls with their returns, drops what the view
+// filters hide and collapses repeats. Bounded by the ring's capacity, every fourth tick.
+void LiveTraceModel::updateDisplayData()
+{
+    QMutexLocker locker(&s_mutex);
+    const std::uint32_t rowCapacity = displayRing.numberOfElements();
+    auto lastRow = [this, rowCapacity]() -> Row& { return displayRing(previous(displayRing.end, rowCapacity)); };
+    const bool wasEmpty = displayRing.empty();
+    const std::uint64_t lastSequence = wasEmpty ? 0 : lastRow().entry->reserved;
+
+    displayRing.clear();
+    errorInDisplay = false;
+    const std::uint32_t capacity = localRing.numberOfElements();
+    const std::uint32_t count = localRing.size();
+    for (std::uint32_t n = 0; n < count && rowCapacity > 0; ++n) {
+        const std::uint32_t slot = (localRing.begin + n) % capacity;
+        Entry& e = localRing(slot);
+        Row row {};
+        row.begin = localRing.begin;
+        row.end = localRing.end;
+        row.capacity = capacity;
+        row.current = slot;
+        row.ring = &localRing;
+        row.entry = &e;
+        row.displayKind = e.kind;
+        row.firstId = *firstIdByPid.insert(e.pid, firstIdByPid.value(e.pid, e.id));
+
+        // A return right behind its call replaces it as one completed row. The removal happens
+        // before the filter test on purpose: a hidden return takes its call row with it.
+        if (!displayRing.empty()) {
+            const Entry& last = *lastRow().entry;
+            if (last.pid == e.pid && last.id == e.id && last.threadId == e.threadId) {
+                displayRing.pop_back();
+                row.displayKind = CompletedKind;
+            }
+        } else if (e.kind == ReturnKind) {
+            row.displayKind = CompletedKind;
+        }
+
+        if (filters.isFiltered(e))
+            continue;
+
+        row.repeatCount = 0;
+        row.summedDuration = e.duration;
+        if (collapseSameCommands && !displayRing.empty()) {
+            const Row& previousRow = lastRow();
+            const Entry& last = *previousRow.entry;
+            // A prefix test on purpose: the earlier text only has to begin with this one.
+            const std::size_t n = strnlen(e.text, sizeof e.text);
+            if (last.pid == e.pid && last.threadId == e.threadId && last.status == e.status
+                && previousRow.displayKind == row.displayKind && std::strncmp(last.text, e.text, n) == 0) {
+                row.repeatCount = previousRow.repeatCount + 1;
+                row.summedDuration = previousRow.summedDuration + e.duration;
+                displayRing.pop_back();
+            }
+        }
+        displayRing.push_back(row);
+        if (e.status < 0)
+            errorInDisplay = true;
+    }
+
+    if (!displayRing.empty() && !wasEmpty && lastRow().entry->reserved == lastSequence)
+        return;
+    refresh();
+    emit newDataCollected();
+}
+
+void LiveTraceModel::updateInternalAndDipslay()
+{
+    updateInternalData();
+    updateDisplayData();
+}
+
+void LiveTraceModel::clear()
+{
+    localRing.clear();
+    displayRing.clear();
+    firstIdByPid.clear();
+    sequenceCounter = 0;
+    // Only what arrives from now on is taken; the shared ring stays, the other copies use it.
+    if (sharedRing) {
+        SharedRingLocker ringLocker(sharedRing->block());
+        sharedRing->readHeader();
+        if (!sharedRing->empty())
+            lastTakenEntry = (*sharedRing)(previous(sharedRing->end, sharedRing->numberOfElements()));
+    }
+}
+
+void LiveTraceModel::setPause(bool pause)
+{
+    paused = pause;
+    displayTick = 0;
+}
+
+void LiveTraceModel::setCollapseSameCommands(bool collapse)
+{
+    if (collapse == collapseSameCommands)
+        return;
+    collapseSameCommands = collapse;
+    updateDisplayData();
+    refresh();
+}
+
+void LiveTraceModel::setShowOnlyStringParameters(bool only)
+{
+    if (only == showOnlyStringParameters)
+        return;
+    showOnlyStringParameters = only;
+    updateDisplayData();
+    refresh();
+}
+
+void LiveTraceModel::addFilter(const SingleFilter& filter)
+{
+    filters.add(filter);
+    displayRing.clear();
+    updateDisplayData();
+    refresh();
+}
+
+void LiveTraceModel::setFilter(const ModelFilters& newFilters)
+{
+    filters = newFilters;
+    displayRing.clear();
+    updateDisplayData();
+    refresh();
+}
+
+std::set<std::uint32_t> LiveTraceModel::getPids()
+{
+    std::set<std::uint32_t> pids;
+    QMutexLocker locker(&s_mutex);
+    if (!sharedRing)
+        return pids;
+    SharedRingLocker ringLocker(sharedRing->block());
+    sharedRing->readHeader();
+    const std::uint32_t capacity = sharedRing->numberOfElements();
+    for (std::uint32_t i = sharedRing->begin; i != sharedRing->end; i = (i + 1) % capacity)
+        pids.insert((*sharedRing)(i).pid);
+    return pids;
+}
+
+bool LiveTraceModel::detachSharedRingBuffer()
+{
+    if (!sharedRing)
+        return true;
+    QSharedMemory& block = sharedRing->block();
+    if (!block.isAttached())
+        return false;
+    std::uint32_t remaining = 0;
+    {
+        SharedRingLocker ringLocker(block);
+        sharedRing->readHeader();
+        remaining = --sharedRing->attachCount;
+        sharedRing->writeHeader();
+    }
+    block.detach();
+    // The ring is gone for this copy; its destructor finds it detached and does not count again.
+    timer.stop();
+    sharedRing.reset();
+    return remaining > 0;
+}
+
+// ---- Notifications ----
+
+void LiveTraceModel::selectionChanged()
+{
+    refresh();
+}
+
+void LiveTraceModel::refresh()
+{
+    announceRowChanges();
+    // One past the last row and column on purpose: views repaint the whole table.
+    emit dataChanged(index(0, 0), createIndex(rowCount(), columnCount()), {});
+    emit headerDataChanged(Qt::Vertical, 0, rowCount());
+}
+
+// The model rebuilds its rows from scratch, so the view is told the difference in row terms:
+// rows whose records left the local ring (the ring is full) are announced as removed at the top
+// and new rows as inserted at the bottom. The view then keeps its current row on the same record
+// and a reader's scroll position is not disturbed by the rows appended below; every cell is
+// repainted by the dataChanged that follows. Rows are ordered by their records' sequence numbers,
+// so finding how many old rows went away is a binary search, and the work stays a copy of at most
+// one number per row every 200 ms.
+void LiveTraceModel::announceRowChanges()
+{
+    const int rows = static_cast<int>(displayRing.size());
+    const std::uint32_t capacity = displayRing.numberOfElements();
+    auto sequenceAt
+        = [this, capacity](int r) { return displayRing((displayRing.begin + r) % capacity).entry->reserved; };
+
+    int gone = static_cast<int>(announcedRows.size());
+    if (rows > 0) {
+        const auto firstKept = std::lower_bound(announcedRows.begin(), announcedRows.end(), sequenceAt(0));
+        gone = static_cast<int>(firstKept - announcedRows.begin());
+    }
+    if (gone > 0) {
+        beginRemoveRows(QModelIndex(), 0, gone - 1);
+        announcedRows.erase(announcedRows.begin(), announcedRows.begin() + gone);
+        endRemoveRows();
+    }
+    const int kept = static_cast<int>(announcedRows.size());
+    if (rows < kept) {
+        beginRemoveRows(QModelIndex(), rows, kept - 1);
+        announcedRows.resize(static_cast<std::size_t>(rows));
+        endRemoveRows();
+    } else if (rows > kept) {
+        beginInsertRows(QModelIndex(), kept, rows - 1);
+        announcedRows.resize(static_cast<std::size_t>(rows));
+        endInsertRows();
+    }
+    for (int r = 0; r < rows; ++r)
+        announcedRows[static_cast<std::size_t>(r)] = sequenceAt(r);
+}
+
+// ---- Cells ----
+
+int LiveTraceModel::rowCount(const QModelIndex&) const
+{
+    return static_cast<int>(announcedRows.size());
+}
+
+int LiveTraceModel::columnCount(const QModelIndex&) const
+{
+    return ColumnCount;
+}
+
+const LiveTraceModel::Row* LiveTraceModel::displayRow(int row) const
+{
+    if (row < 0 || row >= rowCount() || static_cast<std::uint32_t>(row) >= displayRing.size())
+        return nullptr;
+    return &displayRing((displayRing.begin + static_cast<std::uint32_t>(row)) % displayRing.numberOfElements());
+}
+
+QVariant LiveTraceModel::headerData(int section, Qt::Orientation orientation, int role) const
+{
+    if (orientation == Qt::Horizontal) {
+        static const char* const titles[ColumnCount] = {"Id",      "Timestamp", "Elapsed time", "Pid",    "Thread",
+                                                        "Session", "Address",   "Duration",     "Status", "Command"};
+        if (role == Qt::DisplayRole && section >= 0 && section < ColumnCount)
+            return QString::fromLatin1(titles[section]);
+        return QVariant();
+    }
+    const Row* row = displayRow(section);
+    if (!row)
+        return QVariant();
+    if (role == Qt::DisplayRole) {
+        if (row->entry->id >= row->firstId)
+            return QStringLiteral("%1").arg(static_cast<qulonglong>(row->entry->id - row->firstId), 0, 10);
+        return QStringLiteral("-1");
+    }
+    if (role == Qt::DecorationRole)
+        return rowIcon(*row);
+    return QVariant();
+}
+
+QVariant LiveTraceModel::data(const QModelIndex& index, int role) const
+{
+    const Row* row = displayRow(index.row());
+    if (!row || index.column() < 0 || index.column() >= ColumnCount)
+        return QVariant();
+    switch (role) {
+    case Qt::DisplayRole:
+        return cellText(*row, index.column());
+    case Qt::BackgroundRole: {
+        QColor highlight;
+        if (filters.isHighlighted(*row->entry, &highlight))
+            return highlight;
+        if (row->entry->status < 0)
+            return QBrush(QColor(255, 128, 128, 255));
+        return QVariant();
+    }
+    case Qt::FontRole:
+        if (isOfCurrentCall(*row)) {
+            QFont bold;
+            bold.setWeight(QFont::Bold);
+            return bold;
+        }
+        return QVariant();
+    default:
+        return QVariant();
+    }
+}
+
+QVariant LiveTraceModel::cellText(const Row& row, int column) const
+{
+    const Entry& e = *row.entry;
+    const bool withoutResult = row.displayKind == CallKind || row.displayKind == PlainKind;
+    switch (static_cast<Column>(column)) {
+    case IdColumn:
+        return QVariant::fromValue<quint64>(e.id);
+    case TimestampColumn:
+        return timestamp2string(static_cast<long>(e.timestamp), e.timestampFraction);
+    case ElapsedTimeColumn:
+        return QStringLiteral("%1 s").arg(e.elapsedTime, 0, 'f', 6);
+    case PidColumn:
+        return QVariant::fromValue<quint32>(e.pid);
+    case ThreadColumn:
+        return QVariant::fromValue<quint32>(e.threadId);
+    case SessionColumn:
+        return QVariant::fromValue<quint32>(e.session);
+    case AddressColumn:
+        return textOf(e.address, sizeof e.address);
+    case DurationColumn:
+        return withoutResult ? QString() : duration2string(row.repeatCount != 0 ? row.summedDuration : e.duration);
+    case StatusColumn:
+        return withoutResult ? QString() : status2string(e.status);
+    case CommandColumn: {
+        QString text;
+        if (row.repeatCount != 0)
+            text = QStringLiteral("%1 x ").arg(static_cast<qulonglong>(row.repeatCount + 1), 0, 10);
+        text += textOf(e.text, sizeof e.text);
+        return showOnlyStringParameters ? filterStrings(text) : text;
+    }
+    case ColumnCount:
+        break;
+    }
+    return QVariant();
+}
+
+bool LiveTraceModel::isOfCurrentCall(const Row& row) const
+{
+    if (!selectionModel || !selectionModel->hasSelection())
+        return false;
+    const Row* current = displayRow(selectionModel->currentIndex().row());
+    return current && current->entry->pid == row.entry->pid && current->entry->id == row.entry->id;
+}
+
+QVariant LiveTraceModel::rowIcon(const Row& row) const
+{
+    // Loaded once, on first use, from the compiled-in resources.
+    if (icons.empty()) {
+        for (const char* name : {"empty", "MessageTre50f401bc0a26b", "DownArrow", "UpArrow", "DownArrowY", "UpArrowY"})
+            icons.push_back(QPixmap(QStringLiteral(":/icons/%1.ico").arg(QLatin1String(name))));
+    }
+    enum
+    {
+        Empty,
+        Collapsed,
+        Down,
+        Up,
+        DownCurrent,
+        UpCurrent
+    };
+    if (row.displayKind == CallKind)
+        return icons[isOfCurrentCall(row) ? DownCurrent : Down];
+    if (row.displayKind == ReturnKind)
+        return icons[isOfCurrentCall(row) ? UpCurrent : Up];
+    return icons[row.repeatCount == 0 ? Empty : Collapsed];
+}
