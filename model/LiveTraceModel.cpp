@@ -9,6 +9,8 @@
 #include <QItemSelectionModel>
 #include <QMutexLocker>
 #include <QPixmap>
+#include <QScrollBar>
+#include <QTableView>
 
 #include <algorithm>
 #include <cstring>
@@ -392,7 +394,8 @@ void LiveTraceModel::refresh()
 // and a reader's scroll position is not disturbed by the rows appended below; every cell is
 // repainted by the dataChanged that follows. Rows are ordered by their records' sequence numbers,
 // so finding how many old rows went away is a binary search, and the work stays a copy of at most
-// one number per row every 200 ms.
+// one number per row every 200 ms. The view scrolls per pixel and would let the text slide up under
+// a reader when rows leave at the top, so its scroll position moves up by the rows that went.
 void LiveTraceModel::announceRowChanges()
 {
     const int rows = static_cast<int>(displayRing.size());
@@ -406,9 +409,14 @@ void LiveTraceModel::announceRowChanges()
         gone = static_cast<int>(firstKept - announcedRows.begin());
     }
     if (gone > 0) {
+        const int goneHeight = tableView ? tableView->rowViewportPosition(gone - 1) + tableView->rowHeight(gone - 1)
+                - tableView->rowViewportPosition(0)
+                                         : 0;
         beginRemoveRows(QModelIndex(), 0, gone - 1);
         announcedRows.erase(announcedRows.begin(), announcedRows.begin() + gone);
         endRemoveRows();
+        if (tableView)
+            tableView->verticalScrollBar()->setValue(tableView->verticalScrollBar()->value() - goneHeight);
     }
     const int kept = static_cast<int>(announcedRows.size());
     if (rows < kept) {

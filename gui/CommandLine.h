@@ -1,0 +1,21 @@
+#pragma once
+
+#include <QString>
+#include <QStringList>
+
+namespace gui {
+
+// What the window's command line asks for. There is no usage message: anything it does not know is
+// ignored, so the tool can be started from scripts that pass options meant for other programs.
+struct CommandLine
+{
+    bool startTracing = false;
+    bool startFileTracing = false;
+    QString fileName;
+
+    // Walks the arguments in order, the program name included. A path counts only after "-ft", and
+    // a later path replaces an earlier one.
+    static CommandLine parse(QStringList const& arguments);
+};
+
+} // namespace gui

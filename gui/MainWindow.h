@@ -1,0 +1,83 @@
+#pragma once
+
+#include "ExternalEvents.h"
+
+#include <QColor>
+#include <QMainWindow>
+#include <QModelIndex>
+
+#include <cstdint>
+#include <memory>
+
+class QLabel;
+class QMenu;
+class QSignalMapper;
+class TraceApplication;
+class Ui_MainWindow;
+
+namespace gui {
+
+// The tool's only window: the live table, the log-file row, menus, tool bar and status bar. It owns
+// no trace data; every command goes to the application or to its model.
+class MainWindow : public QMainWindow
+{
+    Q_OBJECT
+
+public:
+    MainWindow(QWidget* parent, TraceApplication& app);
+    ~MainWindow() override;
+
+    static QString getDefaultSaveFilename();
+
+    // The settings groups and keys; the view filter dialog keeps a group of its own.
+    static constexpr char const* s_SettingsGroup = "MainWindow";
+    static constexpr char const* s_FilterColorsGroup = "FilterColors";
+
+protected:
+    void closeEvent(QCloseEvent* event) override;
+
+private slots:
+    void tracingChanged();
+    void startFileTracing();
+    void pauseChanged(bool checked);
+    void collapsedCommandChanged(bool checked);
+    void onlyStringParametersChanged(bool checked);
+    void changeFileName(bool);
+    void showFilterDialog();
+    void showViewFilterDialog();
+    void selectionChanged(QModelIndex const& current, QModelIndex const& previous);
+    void saveBufferToFile();
+    void tablePopupMenu(QPoint pos);
+    void headerPopupMenu(QPoint pos);
+    void popupmenuTriggered(int i);
+    void headerpopupmenuTriggered(int i);
+    void doubleClickedListView(QModelIndex const& index);
+    void newDataCollected();
+    void scrollToggled(bool checked);
+    void viewLogFile();
+    void delLogFile();
+    void logFileeditingFinished();
+
+private:
+    void setupUi();
+    void setupConnections();
+    void updateStatusBar();
+    void updateMenuItemsStatus();
+    void restoreWindowSettings();
+    void saveWindowSettings() const;
+    void applyCommandLine();
+
+    std::unique_ptr<Ui_MainWindow> ui;
+    TraceApplication& app;
+    std::unique_ptr<QLabel> statusLabel;
+    std::unique_ptr<QSignalMapper> tableMenuMapper;
+    std::unique_ptr<QSignalMapper> headerMenuMapper;
+    QColor defaultFilterColor;
+    std::uint64_t filterColorIndex;
+    bool scrollToBottom;
+    ExternalEvents externalEvents;
+    std::unique_ptr<QMenu> tableMenu;
+    std::unique_ptr<QMenu> headerMenu;
+};
+
+} // namespace gui
