@@ -2,6 +2,7 @@
 #include "TraceApplication.h"
 #include "TraceProducer.h"
 #include "TraceTestSupport.h"
+#include "ViewFilterDialog.h"
 
 #include <QtTest>
 
@@ -14,6 +15,7 @@
 #include <QMenu>
 #include <QMenuBar>
 #include <QMessageBox>
+#include <QPushButton>
 #include <QScrollBar>
 #include <QStatusBar>
 #include <QTableView>
@@ -96,6 +98,7 @@ private slots:
     void copyCommand();
     void headerMenu();
     void doubleClickJumpsToPartner();
+    void viewFilterDialogResult();
     void readerKeepsPlaceWhenRowsLeave();
     void pauseOnError();
     void fileNameChecks();
@@ -508,6 +511,38 @@ void TestMainWindow::doubleClickJumpsToPartner()
     view->scrollToTop();
     emit view->doubleClicked(model.index(callRow, 9));
     QVERIFY(shown(returnRow));
+}
+
+// Accepting the dialog replaces the model's set; cancelling keeps it. The funnel shows whether any rule is in force.
+void TestMainWindow::viewFilterDialogResult()
+{
+    auto funnel = [](const QIcon& icon) { return icon.pixmap(16).toImage(); };
+    const QImage inactive = funnel(QIcon(QStringLiteral(":/icons/Filter_tra4d09c6de6a114.ico")));
+    const QImage active = funnel(QIcon(QStringLiteral(":/icons/Filter_akt4d09c69b9ee49.ico")));
+    QVERIFY(inactive != active);
+    QAction* edit = child<QAction>("actionViewFilter");
+    QCOMPARE(funnel(edit->icon()), inactive);
+
+    // A highlight rule alone switches the funnel on.
+    QMetaObject::invokeMethod(window.get(), "popupmenuTriggered", Q_ARG(int, SingleFilter::HighlightCommand));
+    QCOMPARE(funnel(edit->icon()), active);
+
+    auto emptyTheSetAnd = [](bool accept) {
+        QTimer::singleShot(50, [accept] {
+            auto* dialog = qobject_cast<gui::ViewFilterDialog*>(QApplication::activeModalWidget());
+            QVERIFY(dialog);
+            QCOMPARE(dialog->viewFilters.filters.size(), 1);
+            dialog->findChild<QPushButton*>(QStringLiteral("deleteAllButton"))->click();
+            accept ? dialog->accept() : dialog->reject();
+        });
+    };
+    emptyTheSetAnd(false);
+    edit->trigger();
+    QCOMPARE(app.getModel().getFilters().filters.size(), 1);
+    emptyTheSetAnd(true);
+    edit->trigger();
+    QVERIFY(app.getModel().getFilters().filters.isEmpty());
+    QCOMPARE(funnel(edit->icon()), inactive);
 }
 
 // A full table drops its oldest rows as new ones arrive; the rows a reader looks at stay where they are.
