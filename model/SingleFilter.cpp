@@ -23,6 +23,24 @@ QString const& RecordTexts::command()
     return decodedCommand;
 }
 
+QString const& RecordTexts::foldedCommand()
+{
+    if (!haveFoldedCommand) {
+        decodedFoldedCommand = command().toCaseFolded();
+        haveFoldedCommand = true;
+    }
+    return decodedFoldedCommand;
+}
+
+QString const& SingleFilter::foldedText() const
+{
+    if (foldedSource.constData() != text.constData() || foldedSource.size() != text.size()) {
+        foldedSource = text;
+        folded = text.toCaseFolded();
+    }
+    return folded;
+}
+
 QString SingleFilter::getValue() const
 {
     if (isNumericType(type))
@@ -71,7 +89,8 @@ bool SingleFilter::matches(ZelTracer::FullEntry const& entry, RecordTexts& texts
         return texts.address() == text;
     case CommandField:
         // An empty text is found at position 0, so an empty command rule matches every record.
-        return texts.command().indexOf(text, 0, Qt::CaseInsensitive) >= 0;
+        // Both sides folded alike: the same matches as a case-insensitive search, several times faster.
+        return texts.foldedCommand().indexOf(foldedText()) >= 0;
     case FieldCount:
         break;
     }

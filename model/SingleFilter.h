@@ -20,13 +20,17 @@ public:
     { }
     QString const& address();
     QString const& command();
+    // The command in case-folded form, for the case-insensitive command rules.
+    QString const& foldedCommand();
 
 private:
     ZelTracer::FullEntry const& entry;
     QString decodedAddress;
     QString decodedCommand;
+    QString decodedFoldedCommand;
     bool haveAddress = false;
     bool haveCommand = false;
+    bool haveFoldedCommand = false;
 };
 
 // One view filter rule: an action (highlight, include, exclude) on one record field.
@@ -96,6 +100,12 @@ public:
 
 private:
     static bool validType(std::int32_t type) { return static_cast<std::uint32_t>(type) < TypeCount; }
+    QString const& foldedText() const;
+
+    // A case-folded copy of text, made once instead of folding both sides on every comparison.
+    // It is valid while foldedSource still shares text's data: any change to text detaches it.
+    mutable QString foldedSource;
+    mutable QString folded;
 };
 
 QDataStream& operator<<(QDataStream& stream, SingleFilter const& filter);
