@@ -1,7 +1,7 @@
+#include "AppTestSupport.h"
 #include "ExternalEvents.h"
 #include "TraceApplication.h"
 #include "TraceProducer.h"
-#include "TraceTestSupport.h"
 
 #include <QtTest>
 
@@ -13,11 +13,6 @@ PrivateSegment& segment()
 {
     static PrivateSegment s(40);
     return s;
-}
-
-TraceEndpoints privateEndpoints()
-{
-    return {segment().key, segment().semaphore, QString::fromStdString(TestNames::sharedRingName("app"))};
 }
 
 // Closes the next modal dialog once it shows, and tells how many it closed.
@@ -194,7 +189,8 @@ void TestTraceApplication::lastInstanceSwitchesTracingOff()
 {
     // Another copy of the tool: its own channel control and model on the same ring.
     TraceChannelControl otherControl(segment().key, s_VisaSharedMemorySize, segment().semaphore);
-    auto other = std::make_unique<LiveTraceModel>(nullptr, otherControl, privateEndpoints().sharedRingName);
+    auto other
+        = std::make_unique<LiveTraceModel>(nullptr, otherControl, privateEndpoints(segment(), "app").sharedRingName);
     app.starttrace();
     QVERIFY(other->start());
     app.startfiletrace(dir.filePath(QStringLiteral("q.log")).toStdString());
@@ -256,15 +252,9 @@ void TestTraceApplication::externalEventsReportEdges()
 
 int main(int argc, char** argv)
 {
-    qputenv("QT_QPA_PLATFORM", "offscreen");
     qputenv("TZ", "UTC");
     tzset();
-    QTemporaryDir config;
-    qputenv("XDG_CONFIG_HOME", config.path().toUtf8());
-    Q_INIT_RESOURCE(icons);
-    TraceApplication app(argc, argv, privateEndpoints());
-    TestTraceApplication test(app);
-    return QTest::qExec(&test, argc, argv);
+    return execWithApplication<TestTraceApplication>(argc, argv, segment(), "app");
 }
 
 #include "tst_traceapplication.moc"

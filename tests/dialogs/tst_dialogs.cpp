@@ -1,7 +1,8 @@
+#include "AppTestSupport.h"
 #include "FilterDialog.h"
+#include "FilterTestSupport.h"
 #include "TraceApplication.h"
 #include "TraceProducer.h"
-#include "TraceTestSupport.h"
 #include "ViewFilterDialog.h"
 
 #include <QtTest>
@@ -25,11 +26,6 @@ PrivateSegment& segment()
     return s;
 }
 
-TraceEndpoints privateEndpoints()
-{
-    return {segment().key, segment().semaphore, QString::fromStdString(TestNames::sharedRingName("dialogs"))};
-}
-
 SingleFilter rule(std::int32_t type, std::uint32_t value, const char* text = "", QColor color = Qt::cyan)
 {
     SingleFilter f;
@@ -38,14 +34,6 @@ SingleFilter rule(std::int32_t type, std::uint32_t value, const char* text = "",
     f.text = QString::fromLatin1(text);
     f.color = color;
     return f;
-}
-
-ModelFilters setOf(std::initializer_list<SingleFilter> rules)
-{
-    ModelFilters filters;
-    for (const SingleFilter& r : rules)
-        filters.add(r);
-    return filters;
 }
 
 template<class T> T* child(QObject* dialog, const char* name)
@@ -126,7 +114,7 @@ void TestDialogs::editorWritesTheShownRule()
     QFETCH(QString, field);
     QFETCH(QString, action);
     QFETCH(QString, value);
-    gui::ViewFilterDialog dialog(nullptr, setOf({before}));
+    gui::ViewFilterDialog dialog(nullptr, rules({before}));
     child<QListWidget>(&dialog, "filterlist")->setCurrentRow(0);
     QVERIFY(child<QGroupBox>(&dialog, "groupBoxFilter")->isEnabled());
     child<QRadioButton>(&dialog, qPrintable(field))->setChecked(true);
@@ -141,7 +129,7 @@ void TestDialogs::editorWritesTheShownRule()
 
 void TestDialogs::excludeAddressKeepsThePreviousAction()
 {
-    gui::ViewFilterDialog dialog(nullptr, setOf({rule(0, 1), rule(13, 0, "GPIB0::1::INSTR")}));
+    gui::ViewFilterDialog dialog(nullptr, rules({rule(0, 1), rule(13, 0, "GPIB0::1::INSTR")}));
     auto* list = child<QListWidget>(&dialog, "filterlist");
     list->setCurrentRow(0);
     list->setCurrentRow(1);
@@ -207,7 +195,7 @@ void TestDialogs::newAndDelete()
 
 void TestDialogs::listShowsRulesAndColours()
 {
-    gui::ViewFilterDialog dialog(nullptr, setOf({rule(4, 0, "viRead(", Qt::red), rule(11, 77, "", Qt::green)}));
+    gui::ViewFilterDialog dialog(nullptr, rules({rule(4, 0, "viRead(", Qt::red), rule(11, 77, "", Qt::green)}));
     auto* list = child<QListWidget>(&dialog, "filterlist");
     QCOMPARE(list->count(), 2);
     QCOMPARE(list->item(0)->text(), QString::fromLatin1(rule(4, 0, "viRead(").toString().c_str()));
@@ -218,11 +206,11 @@ void TestDialogs::listShowsRulesAndColours()
 
 void TestDialogs::filterFiles()
 {
-    const ModelFilters saved = setOf({rule(0, 5, "", Qt::red), rule(8, 0, "ASRL1::INSTR")});
+    const ModelFilters saved = rules({rule(0, 5, "", Qt::red), rule(8, 0, "ASRL1::INSTR")});
     const QString path = dir.filePath(QStringLiteral("set.viewfilter"));
     gui::ViewFilterDialog(nullptr, saved).saveFile(path);
 
-    gui::ViewFilterDialog dialog(nullptr, setOf({rule(1, 1)}));
+    gui::ViewFilterDialog dialog(nullptr, rules({rule(1, 1)}));
     child<QListWidget>(&dialog, "filterlist")->setCurrentRow(0);
     dialog.loadFile(path);
     QCOMPARE(dialog.viewFilters, saved);
@@ -239,7 +227,7 @@ void TestDialogs::filterFiles()
         out << magic << version << qint32(1);
         return file.fileName();
     };
-    const ModelFilters kept = setOf({rule(2, 3)});
+    const ModelFilters kept = rules({rule(2, 3)});
     for (const QString& bad :
          {writeHeader("v2.viewfilter", ModelFilters::s_FileMagic, 2), writeHeader("foreign.viewfilter", 0x12345678, 1),
           dir.filePath(QStringLiteral("none"))}) {
@@ -380,13 +368,7 @@ void TestDialogs::recordFilterListsSeenProcesses()
 
 int main(int argc, char** argv)
 {
-    qputenv("QT_QPA_PLATFORM", "offscreen");
-    QTemporaryDir config;
-    qputenv("XDG_CONFIG_HOME", config.path().toUtf8());
-    Q_INIT_RESOURCE(icons);
-    TraceApplication app(argc, argv, privateEndpoints());
-    TestDialogs test(app);
-    return QTest::qExec(&test, argc, argv);
+    return execWithApplication<TestDialogs>(argc, argv, segment(), "dialogs");
 }
 
 #include "tst_dialogs.moc"

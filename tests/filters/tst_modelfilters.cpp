@@ -1,3 +1,4 @@
+#include "FilterTestSupport.h"
 #include "ModelFilters.h"
 
 #include <QtTest>
@@ -29,14 +30,6 @@ SingleFilter rule(int type, const QString& value, QColor color = Qt::cyan)
     f.setValue(value);
     f.color = color;
     return f;
-}
-
-ModelFilters rules(std::initializer_list<SingleFilter> list)
-{
-    ModelFilters set;
-    for (const SingleFilter& f : list)
-        set.add(f);
-    return set;
 }
 
 } // namespace

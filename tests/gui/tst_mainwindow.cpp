@@ -1,7 +1,7 @@
+#include "AppTestSupport.h"
 #include "MainWindow.h"
 #include "TraceApplication.h"
 #include "TraceProducer.h"
-#include "TraceTestSupport.h"
 #include "ViewFilterDialog.h"
 
 #include <QtTest>
@@ -32,11 +32,6 @@ PrivateSegment& segment()
 {
     static PrivateSegment s(41);
     return s;
-}
-
-TraceEndpoints privateEndpoints()
-{
-    return {segment().key, segment().semaphore, QString::fromStdString(TestNames::sharedRingName("gui"))};
 }
 
 // Runs the action while closing every modal box that shows; returns the texts of the boxes closed.
@@ -742,13 +737,7 @@ void TestMainWindow::endToEndWithGenerator()
 
 int main(int argc, char** argv)
 {
-    qputenv("QT_QPA_PLATFORM", "offscreen");
-    QTemporaryDir config;
-    qputenv("XDG_CONFIG_HOME", config.path().toUtf8());
-    Q_INIT_RESOURCE(icons);
-    TraceApplication app(argc, argv, privateEndpoints());
-    TestMainWindow test(app);
-    return QTest::qExec(&test, argc, argv);
+    return execWithApplication<TestMainWindow>(argc, argv, segment(), "gui");
 }
 
 #include "tst_mainwindow.moc"
