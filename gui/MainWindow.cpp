@@ -86,6 +86,11 @@ MainWindow::~MainWindow()
     // The model outlives the window; it must not reach for the view that goes with it.
     app.getModel().selectionModel = nullptr;
     app.getModel().tableView = nullptr;
+    // Widgets still signal while the base class tears them down (the file name field reports the
+    // end of editing when it loses the focus); those signals must not reach a half-destroyed window.
+    const QList<QObject*> children = findChildren<QObject*>();
+    for (QObject* child : children)
+        QObject::disconnect(child, nullptr, this, nullptr);
 }
 
 QString MainWindow::getDefaultSaveFilename()
