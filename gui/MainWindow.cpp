@@ -17,6 +17,7 @@
 #include <QHeaderView>
 #include <QLabel>
 #include <QMenu>
+#include <QMenuBar>
 #include <QMessageBox>
 #include <QSettings>
 #include <QSignalMapper>
@@ -113,6 +114,8 @@ void MainWindow::setupUi()
     ui->liveView->horizontalHeader()->setStretchLastSection(true);
     model.selectionModel = ui->liveView->selectionModel();
     model.tableView = ui->liveView;
+    analysisMenu = menuBar()->addMenu(tr("&Analysis"));
+    helpMenu = menuBar()->addMenu(tr("&Help"));
 }
 
 void MainWindow::setupConnections()

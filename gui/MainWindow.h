@@ -78,6 +78,9 @@ private:
     ExternalEvents externalEvents;
     std::unique_ptr<QMenu> tableMenu;
     std::unique_ptr<QMenu> headerMenu;
+    // Menus beside the fixed ones: analysis and capture actions after "View", then help.
+    QMenu* analysisMenu = nullptr;
+    QMenu* helpMenu = nullptr;
 };
 
 } // namespace gui
