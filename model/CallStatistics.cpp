@@ -1,0 +1,160 @@
+#include "CallStatistics.h"
+
+#include "RecordDetails.h"
+#include "ValueFormat.h"
+
+#include <algorithm>
+#include <cmath>
+
+namespace {
+
+// Keys come from producers' texts; a hostile text must not make a huge key.
+constexpr int s_MaxKeyLength = 80;
+
+} // namespace
+
+QString CallStatistics::operationOf(const Entry& e)
+{
+    const QByteArray command = RecordDetails::commandBytes(e);
+    const QByteArray function = RecordDetails::functionName(command);
+    QByteArray key = function;
+    if (RecordDetails::isWriteFunction(function)) {
+        for (const QByteArray& argument : RecordDetails::arguments(command)) {
+            const QByteArray content = RecordDetails::quotedContent(argument);
+            if (content.isNull())
+                continue;
+            const QList<QByteArray> scpi = RecordDetails::scpiCommands(RecordDetails::unescapeBytes(content));
+            if (!scpi.isEmpty())
+                key += ' ' + RecordDetails::scpiHeader(scpi.first());
+            break;
+        }
+    }
+    return RecordDetails::escapeBytes(key.left(s_MaxKeyLength), false);
+}
+
+void CallStatistics::clear()
+{
+    operations.clear();
+    addresses.clear();
+    counted.clear();
+    hasLast = false;
+    lastSequence = 0;
+}
+
+void CallStatistics::update(const Ring& ring)
+{
+    const std::uint32_t capacity = ring.numberOfElements();
+    const std::uint32_t size = ring.size();
+    if (size == 0 || capacity == 0) {
+        clear();
+        return;
+    }
+    auto at = [&ring, capacity](std::uint32_t n) -> const Entry& { return ring((ring.begin + n) % capacity); };
+    const std::uint64_t oldest = at(0).reserved;
+    const std::uint64_t newest = at(size - 1).reserved;
+
+    // Sequence numbers run without gaps through the ring, so the last record taken sits at a known
+    // place. If it is not there (the ring was cleared and numbering restarted), start over.
+    std::uint32_t start = 0;
+    if (hasLast) {
+        const bool held = lastSequence >= oldest && lastSequence <= newest;
+        const Entry* last = held ? &at(static_cast<std::uint32_t>(lastSequence - oldest)) : nullptr;
+        if (last && last->reserved == lastSequence && last->id == lastId && last->pid == lastPid)
+            start = static_cast<std::uint32_t>(lastSequence - oldest) + 1;
+        else if (lastSequence < oldest && newest > lastSequence && newest - oldest == size - 1)
+            start = 0; // everything held is newer than what was taken: the ring wrapped past it
+        else
+            clear();
+    }
+
+    while (!counted.empty() && counted.front().sequence < oldest) {
+        const Counted& c = counted.front();
+        remove(operations, c.operation, c.duration, c.error);
+        remove(addresses, c.address, c.duration, c.error);
+        counted.pop_front();
+    }
+    for (std::uint32_t n = start; n < size; ++n)
+        add(at(n));
+    const Entry& last = at(size - 1);
+    lastSequence = last.reserved;
+    lastId = last.id;
+    lastPid = last.pid;
+    hasLast = true;
+}
+
+void CallStatistics::add(const Entry& e)
+{
+    if (e.kind == 0)
+        return;
+    const bool error = e.status < 0;
+    const double duration = std::isfinite(e.duration) ? e.duration : 0.0;
+    auto join = [duration, error](Groups& groups, const QString& key) {
+        const Groups::iterator group = groups.try_emplace(key).first;
+        Group& g = group->second;
+        g.errors += error ? 1 : 0;
+        g.sum += duration;
+        g.sorted.insert(std::upper_bound(g.sorted.begin(), g.sorted.end(), duration), duration);
+        return group;
+    };
+    QByteArray address = RecordDetails::addressBytes(e);
+    const QString addressKey = address.isEmpty() ? QStringLiteral("(no address)")
+                                                 : RecordDetails::escapeBytes(address.left(s_MaxKeyLength), false);
+    counted.push_back({e.reserved, join(operations, operationOf(e)), join(addresses, addressKey), duration, error});
+}
+
+void CallStatistics::remove(Groups& groups, Groups::iterator group, double duration, bool error)
+{
+    Group& g = group->second;
+    g.errors -= error ? 1 : 0;
+    g.sum -= duration;
+    const auto it = std::lower_bound(g.sorted.begin(), g.sorted.end(), duration);
+    if (it != g.sorted.end())
+        g.sorted.erase(it);
+    if (g.sorted.empty())
+        groups.erase(group);
+}
+
+std::vector<CallStatistics::Figures> CallStatistics::figuresOf(const Groups& groups)
+{
+    std::vector<Figures> list;
+    list.reserve(groups.size());
+    for (const auto& [key, g] : groups) {
+        Figures f;
+        f.key = key;
+        f.calls = g.sorted.size();
+        f.errors = g.errors;
+        f.min = g.sorted.front();
+        f.max = g.sorted.back();
+        f.mean = std::max(0.0, g.sum) / static_cast<double>(f.calls);
+        const auto rank = static_cast<std::size_t>(std::ceil(0.95 * static_cast<double>(f.calls)));
+        f.p95 = g.sorted[std::max<std::size_t>(rank, 1) - 1];
+        list.push_back(f);
+    }
+    std::sort(list.begin(), list.end(), [](const Figures& a, const Figures& b) { return a.key < b.key; });
+    return list;
+}
+
+std::vector<CallStatistics::Figures> CallStatistics::figures(Grouping grouping) const
+{
+    return figuresOf(grouping == ByOperation ? operations : addresses);
+}
+
+QStringList CallStatistics::toText() const
+{
+    QStringList lines;
+    auto section = [&lines](const QString& title, const std::vector<Figures>& list) {
+        lines << title + QStringLiteral("\tCalls\tErrors\tMin\tMean\tP95\tMax");
+        for (const Figures& f : list)
+            lines << QStringList {f.key,
+                                  QString::number(f.calls),
+                                  QString::number(f.errors),
+                                  ValueFormat::duration2string(f.min),
+                                  ValueFormat::duration2string(f.mean),
+                                  ValueFormat::duration2string(f.p95),
+                                  ValueFormat::duration2string(f.max)}
+                         .join(QLatin1Char('\t'));
+    };
+    section(QStringLiteral("Operation"), figures(ByOperation));
+    section(QStringLiteral("Address"), figures(ByAddress));
+    return lines;
+}
