@@ -13,7 +13,9 @@
 #include <QTableView>
 
 #include <algorithm>
+#include <cstddef>
 #include <cstring>
+#include <limits>
 
 QMutex LiveTraceModel::s_mutex;
 
@@ -52,6 +54,29 @@ bool sameRecord(const ZelTracer::FullEntry& a, const ZelTracer::FullEntry& b)
     return a.kind == b.kind && a.id == b.id && a.pid == b.pid && a.timestamp == b.timestamp;
 }
 
+// Every field but the reserved word, which only the local copies carry: two calls of different threads
+// may share kind, id, pid and timestamp, and then the thread or the text tells them apart.
+bool identicalRecord(const ZelTracer::FullEntry& a, const ZelTracer::FullEntry& b)
+{
+    constexpr std::size_t skip = offsetof(ZelTracer::FullEntry, reserved) + sizeof a.reserved;
+    return sameRecord(a, b) && std::memcmp(&a, &b, offsetof(ZelTracer::FullEntry, reserved)) == 0
+        && std::memcmp(reinterpret_cast<const char*>(&a) + skip, reinterpret_cast<const char*>(&b) + skip,
+                       sizeof a - skip)
+        == 0;
+}
+
+// Wall-clock milliseconds of another process may lie anywhere: differences saturate instead of overflowing.
+qint64 saturatedDifference(qint64 a, qint64 b)
+{
+    qint64 result = 0;
+    if (__builtin_sub_overflow(a, b, &result))
+        return b < 0 ? std::numeric_limits<qint64>::max() : std::numeric_limits<qint64>::min();
+    return result;
+}
+
+// A map of first ids grows with every new pid; beyond this many it keeps only the pids still in the ring.
+constexpr int s_MaxRememberedPids = 4096;
+
 QString textOf(const char* field, std::size_t size)
 {
     return QString::fromLatin1(field, static_cast<int>(strnlen(field, size)));
@@ -64,6 +89,7 @@ LiveTraceModel::LiveTraceModel(QObject* parent, ZelTracer::TraceChannelControl& 
     , channelControl(control)
     , localRing(s_InitialRecordCapacity)
     , displayRing(s_InitialRowCapacity)
+    , verdicts(s_InitialRecordCapacity, 0)
     , sharedRingName(std::move(sharedRingName))
 {
     std::memset(&lastTakenEntry, 0, sizeof lastTakenEntry);
@@ -88,10 +114,13 @@ bool LiveTraceModel::start()
         sharedRing = std::make_unique<ZelTracer::RingBufferSharedMem<Entry>>(sharedRingName, sharedRingSize);
         const std::uint32_t capacity = sharedRing->numberOfElements();
         localRing.reset(capacity);
+        verdicts.assign(localRing.numberOfElements(), 0);
         displayRing.reset(capacity);
+        announceReset();
         announcedRows.reserve(capacity);
         refresh();
         firstIdByPid.clear();
+        displayStale = true;
         if (channelControl.tracingActive()) {
             displayTick = 0;
             running = true;
@@ -127,7 +156,7 @@ void LiveTraceModel::timerHit()
 }
 
 // Moves what the channel copied out of the trace segment into the shared ring. Only one copy of
-// the tool does this per tick: whoever finds the ring older than one tick.
+// the tool does this per tick: the copy that fed it last, or whoever finds it older than one tick.
 void LiveTraceModel::updateSharedData()
 {
     QMutexLocker locker(&s_mutex);
@@ -136,7 +165,7 @@ void LiveTraceModel::updateSharedData()
     SharedRingLocker ringLocker(sharedRing->block());
     const qint64 now = QDateTime::currentMSecsSinceEpoch();
     sharedRing->readHeader();
-    if (now - sharedRing->lastUpdate <= static_cast<qint64>(timer.interval()))
+    if (fedByAnotherWithinTick(now))
         return;
 
     channelControl.copySharedMemory(true);
@@ -155,15 +184,31 @@ void LiveTraceModel::updateSharedData()
             ++it;
         }
     }
-    for (; it != end; ++it)
-        sharedRing->push_back(**it);
+    for (; it != end; ++it) {
+        if (const Entry* e = *it)
+            sharedRing->push_back(*e);
+    }
 
     sharedRing->readHeader();
     sharedRing->lastUpdate = QDateTime::currentMSecsSinceEpoch();
+    ownLastUpdate = sharedRing->lastUpdate;
     sharedRing->writeHeader();
 }
 
+// With one copy of the tool its own stamp is always 49-50 ms old at the next tick; a plain age test
+// would skip every other tick and halve the drain rate. A stamp in the future or far in the past (a
+// wall-clock step, suspend and resume, a hostile writer) counts as stale, so capture never stops.
+bool LiveTraceModel::fedByAnotherWithinTick(qint64 now) const
+{
+    if (sharedRing->lastUpdate == ownLastUpdate)
+        return false;
+    const qint64 age = saturatedDifference(now, sharedRing->lastUpdate);
+    return age >= 0 && age <= static_cast<qint64>(timer.interval());
+}
+
 // Copies the records that are new in the shared ring into the local ring and numbers them.
+// Where the new records begin is remembered as a position and checked against a copy of the whole
+// record there: the four identifying fields alone can repeat, and a pid of 0 is a legal pid.
 void LiveTraceModel::updateInternalData()
 {
     QMutexLocker locker(&s_mutex);
@@ -176,52 +221,78 @@ void LiveTraceModel::updateInternalData()
         return;
     const std::uint32_t readIndex = sharedRing->begin;
     std::uint32_t writeIndex = sharedRing->end;
+    std::uint32_t start = findTakeStart(readIndex, writeIndex, capacity);
 
-    // Where the new records begin: behind the newest record taken last time. The search runs
-    // backwards from the write index, so it costs what arrived since, not the whole ring.
-    std::uint32_t start = readIndex;
-    if (lastTakenEntry.pid != 0) {
-        for (std::uint32_t i = writeIndex; i != readIndex;) {
-            i = previous(i, capacity);
-            if (sameRecord((*sharedRing)(i), lastTakenEntry)) {
-                start = (i + 1) % capacity;
-                break;
-            }
-        }
-    }
-
-    // A batch in which the view filters hide every record is left for the next tick.
-    bool anyShown = false;
+    // A batch in which the view filters hide every record is left for the next tick; the very first
+    // batch is taken as it is.
+    bool anyShown = !takenAny;
     for (std::uint32_t i = start; i != writeIndex && !anyShown; i = (i + 1) % capacity)
         anyShown = !filters.isFiltered((*sharedRing)(i));
 
-    const std::uint32_t localCapacity = localRing.numberOfElements();
-    if (anyShown && localCapacity > 0) {
+    if (anyShown && localRing.numberOfElements() > 0) {
         // Bounded by the capacity even if another copy of the tool keeps moving the write index.
         for (std::uint32_t copied = 0; start != writeIndex && copied < capacity; ++copied) {
-            localRing.push_back((*sharedRing)(start));
-            localRing(previous(localRing.end, localCapacity)).reserved = ++sequenceCounter;
+            takeRecord((*sharedRing)(start));
+            lastTakenIndex = start;
             start = (start + 1) % capacity;
             sharedRing->readHeader();
             writeIndex = sharedRing->end;
         }
     }
-    if (!localRing.empty())
-        lastTakenEntry = localRing(previous(localRing.end, localCapacity));
+}
+
+std::uint32_t LiveTraceModel::findTakeStart(std::uint32_t readIndex, std::uint32_t writeIndex,
+                                            std::uint32_t capacity) const
+{
+    if (!takenAny)
+        return readIndex;
+    const auto holds = [&](std::uint32_t i) {
+        return (readIndex <= writeIndex) ? (i >= readIndex && i < writeIndex) : (i >= readIndex || i < writeIndex);
+    };
+    if (lastTakenIndex < capacity && holds(lastTakenIndex)
+        && identicalRecord((*sharedRing)(lastTakenIndex), lastTakenEntry))
+        return (lastTakenIndex + 1) % capacity;
+    // The ring turned or was replaced since: look for the record among those still there, oldest first.
+    for (std::uint32_t i = readIndex; i != writeIndex; i = (i + 1) % capacity) {
+        if (identicalRecord((*sharedRing)(i), lastTakenEntry))
+            return (i + 1) % capacity;
+    }
+    return readIndex;
+}
+
+void LiveTraceModel::takeRecord(const Entry& record)
+{
+    const std::uint32_t localCapacity = localRing.numberOfElements();
+    localRing.push_back(record);
+    const std::uint32_t slot = previous(localRing.end, localCapacity);
+    localRing(slot).reserved = ++sequenceCounter;
+    if (slot < verdicts.size())
+        verdicts[slot] = 0;
+    lastTakenEntry = record;
+    takenAny = true;
+    displayStale = true;
 }
 
 // Rebuilds every row from the local ring: pairs calls with their returns, drops what the view
-// filters hide and collapses repeats. Bounded by the ring's capacity, every fourth tick.
+// filters hide and collapses repeats. Bounded by the ring's capacity, every fourth tick; a stage with
+// nothing taken and nothing changed since the last one does no work, and a record's filter verdict is
+// kept until the filters change.
 void LiveTraceModel::updateDisplayData()
 {
     QMutexLocker locker(&s_mutex);
     const std::uint32_t rowCapacity = displayRing.numberOfElements();
     auto lastRow = [this, rowCapacity]() -> Row& { return displayRing(previous(displayRing.end, rowCapacity)); };
     const bool wasEmpty = displayRing.empty();
-    const std::uint64_t lastSequence = wasEmpty ? 0 : lastRow().entry->reserved;
+    if (!wasEmpty && !displayStale)
+        return;
+    // What the view was last told about, not what the old rows point at: their slots may hold newer
+    // records by now.
+    const std::uint64_t lastSequence = announcedRows.empty() ? 0 : announcedRows.back();
 
     displayRing.clear();
     errorInDisplay = false;
+    displayStale = false;
+    pruneFirstIds();
     const std::uint32_t capacity = localRing.numberOfElements();
     const std::uint32_t count = localRing.size();
     for (std::uint32_t n = 0; n < count && rowCapacity > 0; ++n) {
@@ -249,7 +320,7 @@ void LiveTraceModel::updateDisplayData()
             row.displayKind = CompletedKind;
         }
 
-        if (filters.isFiltered(e))
+        if (isHidden(slot))
             continue;
 
         row.repeatCount = 0;
@@ -271,10 +342,50 @@ void LiveTraceModel::updateDisplayData()
             errorInDisplay = true;
     }
 
+    // Rows are told to the view here and nowhere else, once per stage that changed them.
+    if (resetPending)
+        announceReset();
+    else
+        announceRowChanges();
     if (!displayRing.empty() && !wasEmpty && lastRow().entry->reserved == lastSequence)
         return;
     refresh();
     emit newDataCollected();
+}
+
+bool LiveTraceModel::isHidden(std::uint32_t slot)
+{
+    const Entry& e = localRing(slot);
+    const auto verdict = [this, &e] { return filters.isFiltered(e) || (onlyErrors && e.status >= 0); };
+    if (slot >= verdicts.size())
+        return verdict();
+    std::uint8_t& known = verdicts[slot];
+    if (known == 0)
+        known = verdict() ? 2 : 1;
+    return known == 2;
+}
+
+void LiveTraceModel::forgetVerdicts()
+{
+    std::fill(verdicts.begin(), verdicts.end(), 0);
+    displayStale = true;
+    resetPending = true;
+}
+
+// Bounded memory whatever pids arrive: past the limit only the pids still in the ring are kept.
+void LiveTraceModel::pruneFirstIds()
+{
+    if (firstIdByPid.size() <= s_MaxRememberedPids)
+        return;
+    QHash<std::uint32_t, std::uint64_t> kept;
+    const std::uint32_t capacity = localRing.numberOfElements();
+    for (std::uint32_t i = localRing.begin; i != localRing.end; i = (i + 1) % capacity) {
+        const std::uint32_t pid = localRing(i).pid;
+        const auto it = firstIdByPid.constFind(pid);
+        if (it != firstIdByPid.constEnd())
+            kept.insert(pid, it.value());
+    }
+    firstIdByPid.swap(kept);
 }
 
 void LiveTraceModel::updateInternalAndDipslay()
@@ -289,13 +400,43 @@ void LiveTraceModel::clear()
     displayRing.clear();
     firstIdByPid.clear();
     sequenceCounter = 0;
+    displayStale = true;
+    // Numbering starts again, so the rows the view knows can no longer be matched by their numbers.
+    rowsInvalidated = true;
     // Only what arrives from now on is taken; the shared ring stays, the other copies use it.
     if (sharedRing) {
         SharedRingLocker ringLocker(sharedRing->block());
         sharedRing->readHeader();
-        if (!sharedRing->empty())
-            lastTakenEntry = (*sharedRing)(previous(sharedRing->end, sharedRing->numberOfElements()));
+        if (!sharedRing->empty()) {
+            lastTakenIndex = previous(sharedRing->end, sharedRing->numberOfElements());
+            lastTakenEntry = (*sharedRing)(lastTakenIndex);
+            takenAny = true;
+        }
     }
+}
+
+void LiveTraceModel::setOnlyErrors(bool only)
+{
+    if (only == onlyErrors)
+        return;
+    onlyErrors = only;
+    forgetVerdicts();
+    displayRing.clear();
+    updateDisplayData();
+    refresh();
+}
+
+void LiveTraceModel::loadRecords(const std::vector<Entry>& records)
+{
+    const std::size_t count = std::min(records.size(), s_MaxCaptureRecords);
+    const auto capacity = static_cast<std::uint32_t>(count + 1);
+    localRing.reset(capacity);
+    verdicts.assign(localRing.numberOfElements(), 0);
+    displayRing.reset(capacity);
+    clear();
+    for (auto it = records.end() - static_cast<std::ptrdiff_t>(count); it != records.end(); ++it)
+        takeRecord(*it);
+    updateDisplayData();
 }
 
 void LiveTraceModel::setPause(bool pause)
@@ -309,6 +450,8 @@ void LiveTraceModel::setCollapseSameCommands(bool collapse)
     if (collapse == collapseSameCommands)
         return;
     collapseSameCommands = collapse;
+    displayStale = true;
+    resetPending = true;
     updateDisplayData();
     refresh();
 }
@@ -318,6 +461,7 @@ void LiveTraceModel::setShowOnlyStringParameters(bool only)
     if (only == showOnlyStringParameters)
         return;
     showOnlyStringParameters = only;
+    displayStale = true;
     updateDisplayData();
     refresh();
 }
@@ -325,6 +469,7 @@ void LiveTraceModel::setShowOnlyStringParameters(bool only)
 void LiveTraceModel::addFilter(const SingleFilter& filter)
 {
     filters.add(filter);
+    forgetVerdicts();
     displayRing.clear();
     updateDisplayData();
     refresh();
@@ -333,6 +478,7 @@ void LiveTraceModel::addFilter(const SingleFilter& filter)
 void LiveTraceModel::setFilter(const ModelFilters& newFilters)
 {
     filters = newFilters;
+    forgetVerdicts();
     displayRing.clear();
     updateDisplayData();
     refresh();
@@ -382,33 +528,45 @@ void LiveTraceModel::selectionChanged()
 
 void LiveTraceModel::refresh()
 {
-    announceRowChanges();
+    // Qt tells the selection while rows are being removed; a repaint asked for then waits until the
+    // view knows the new row count.
+    if (announcing) {
+        refreshPending = true;
+        return;
+    }
     // One past the last row and column on purpose: views repaint the whole table.
     emit dataChanged(index(0, 0), createIndex(rowCount(), columnCount()), {});
     emit headerDataChanged(Qt::Vertical, 0, rowCount());
 }
 
-// The model rebuilds its rows from scratch, so the view is told the difference in row terms:
-// rows whose records left the local ring (the ring is full) are announced as removed at the top
-// and new rows as inserted at the bottom. The view then keeps its current row on the same record
-// and a reader's scroll position is not disturbed by the rows appended below; every cell is
-// repainted by the dataChanged that follows. Rows are ordered by their records' sequence numbers,
-// so finding how many old rows went away is a binary search, and the work stays a copy of at most
-// one number per row every 200 ms. The view scrolls per pixel and would let the text slide up under
-// a reader when rows leave at the top, so its scroll position moves up by the rows that went.
+// The model rebuilds its rows from scratch, so the view is told the difference in row terms, once
+// per display stage: rows whose records left the local ring are removed at the top, and the rows
+// past those still shown are removed or inserted at the bottom (rows that changed in place, such as a
+// call completed by its return, are repainted by the dataChanged that follows). Rows are ordered by
+// their records' sequence numbers, so finding how many old rows went away is a binary search.
+//
+// A current row that leaves is cleared rather than handed on by Qt to a neighbour: Qt would scroll to
+// the neighbour, which under load is the top row, and the view would jump there on every stage. The
+// view scrolls per pixel and would let the text slide up under a reader when rows leave at the top,
+// so its scroll position moves up by the rows that went.
 void LiveTraceModel::announceRowChanges()
 {
     const int rows = static_cast<int>(displayRing.size());
     const std::uint32_t capacity = displayRing.numberOfElements();
     auto sequenceAt
         = [this, capacity](int r) { return displayRing((displayRing.begin + r) % capacity).entry->reserved; };
+    const QModelIndex current = selectionModel ? selectionModel->currentIndex() : QModelIndex();
 
+    announcing = true;
     int gone = static_cast<int>(announcedRows.size());
-    if (rows > 0) {
+    if (rows > 0 && !rowsInvalidated) {
         const auto firstKept = std::lower_bound(announcedRows.begin(), announcedRows.end(), sequenceAt(0));
         gone = static_cast<int>(firstKept - announcedRows.begin());
     }
+    rowsInvalidated = false;
     if (gone > 0) {
+        if (current.isValid() && current.row() < gone)
+            selectionModel->setCurrentIndex(QModelIndex(), QItemSelectionModel::NoUpdate);
         const int goneHeight = tableView ? tableView->rowViewportPosition(gone - 1) + tableView->rowHeight(gone - 1)
                 - tableView->rowViewportPosition(0)
                                          : 0;
@@ -420,6 +578,11 @@ void LiveTraceModel::announceRowChanges()
     }
     const int kept = static_cast<int>(announcedRows.size());
     if (rows < kept) {
+        // The current row's record is now in the last row, or gone with the rows that were removed.
+        const QModelIndex now = selectionModel ? selectionModel->currentIndex() : QModelIndex();
+        if (now.isValid() && now.row() >= rows)
+            selectionModel->setCurrentIndex(rows > 0 ? index(rows - 1, now.column()) : QModelIndex(),
+                                            QItemSelectionModel::NoUpdate);
         beginRemoveRows(QModelIndex(), rows, kept - 1);
         announcedRows.resize(static_cast<std::size_t>(rows));
         endRemoveRows();
@@ -430,6 +593,48 @@ void LiveTraceModel::announceRowChanges()
     }
     for (int r = 0; r < rows; ++r)
         announcedRows[static_cast<std::size_t>(r)] = sequenceAt(r);
+    announcing = false;
+    if (refreshPending) {
+        refreshPending = false;
+        refresh();
+    }
+}
+
+// After a change of filters or options the rows differ everywhere: the view is reset, and the current
+// row follows its record into the new rows.
+void LiveTraceModel::announceReset()
+{
+    resetPending = false;
+    rowsInvalidated = false;
+    const QModelIndex current = selectionModel ? selectionModel->currentIndex() : QModelIndex();
+    const bool hadCurrent = current.isValid() && static_cast<std::size_t>(current.row()) < announcedRows.size();
+    const std::uint64_t currentSequence = hadCurrent ? announcedRows[static_cast<std::size_t>(current.row())] : 0;
+    const int column = current.column();
+
+    const int rows = static_cast<int>(displayRing.size());
+    const std::uint32_t capacity = displayRing.numberOfElements();
+    announcing = true;
+    beginResetModel();
+    announcedRows.resize(static_cast<std::size_t>(rows));
+    for (int r = 0; r < rows; ++r)
+        announcedRows[static_cast<std::size_t>(r)] = displayRing((displayRing.begin + r) % capacity).entry->reserved;
+    endResetModel();
+    announcing = false;
+    refreshPending = false;
+
+    const int row = hadCurrent ? rowOfSequence(currentSequence) : -1;
+    if (row >= 0 && selectionModel) {
+        const QModelIndex target = index(row, column);
+        selectionModel->setCurrentIndex(target, QItemSelectionModel::ClearAndSelect | QItemSelectionModel::Rows);
+        if (tableView)
+            tableView->scrollTo(target);
+    }
+}
+
+int LiveTraceModel::rowOfSequence(std::uint64_t sequence) const
+{
+    const auto it = std::lower_bound(announcedRows.begin(), announcedRows.end(), sequence);
+    return it == announcedRows.end() ? -1 : static_cast<int>(it - announcedRows.begin());
 }
 
 // ---- Cells ----
@@ -448,7 +653,19 @@ const LiveTraceModel::Row* LiveTraceModel::displayRow(int row) const
 {
     if (row < 0 || row >= rowCount() || static_cast<std::uint32_t>(row) >= displayRing.size())
         return nullptr;
-    return &displayRing((displayRing.begin + static_cast<std::uint32_t>(row)) % displayRing.numberOfElements());
+    const Row* shown
+        = &displayRing((displayRing.begin + static_cast<std::uint32_t>(row)) % displayRing.numberOfElements());
+    // The internal stage refills local slots between display stages; a row whose record was
+    // overwritten shows nothing rather than another call.
+    if (shown->entry->reserved != announcedRows[static_cast<std::size_t>(row)])
+        return nullptr;
+    return shown;
+}
+
+const LiveTraceModel::Entry* LiveTraceModel::recordAt(int row) const
+{
+    const Row* shown = displayRow(row);
+    return shown ? shown->entry : nullptr;
 }
 
 QVariant LiveTraceModel::headerData(int section, Qt::Orientation orientation, int role) const

@@ -97,8 +97,24 @@ public:
     bool isShowOnlyStringParameters() const { return showOnlyStringParameters; }
     const ModelFilters& getFilters() const { return filters; }
     const ZelTracer::RingBufferLocalMem<Row>& getDisplayRing() const { return displayRing; }
-    // The display row shown at position row, or null outside the table.
+    // The records taken so far, oldest first; each local copy carries its sequence number in reserved.
+    const ZelTracer::RingBufferLocalMem<Entry>& getLocalRing() const { return localRing; }
+    // The display row shown at position row, or null outside the table or when the record the row was
+    // built for has been overwritten since the last display stage.
     const Row* displayRow(int row) const;
+    // The record of the row at position row, under the same conditions as displayRow().
+    const Entry* recordAt(int row) const;
+    // The row that shows the record with this sequence number (or the first later one), -1 if none.
+    int rowOfSequence(std::uint64_t sequence) const;
+
+    // Keeps only rows whose status is negative; an option beside the view filters.
+    void setOnlyErrors(bool only);
+    bool isOnlyErrors() const { return onlyErrors; }
+
+    // Shows a fixed set of records instead of live ones, for a capture read back from a file. The model
+    // must not have been started; at most s_MaxCaptureRecords of the newest records are kept.
+    void loadRecords(const std::vector<Entry>& records);
+    static constexpr std::size_t s_MaxCaptureRecords = 100000;
     // Tests ask for small shared rings; the product keeps the default.
     void setSharedRingSize(int bytes) { sharedRingSize = bytes; }
 
@@ -117,7 +133,14 @@ private:
     QVariant cellText(const Row& row, int column) const;
     QVariant rowIcon(const Row& row) const;
     bool isOfCurrentCall(const Row& row) const;
+    bool isHidden(std::uint32_t slot);
+    bool fedByAnotherWithinTick(qint64 now) const;
+    std::uint32_t findTakeStart(std::uint32_t readIndex, std::uint32_t writeIndex, std::uint32_t capacity) const;
+    void takeRecord(const Entry& record);
+    void pruneFirstIds();
     void announceRowChanges();
+    void announceReset();
+    void forgetVerdicts();
 
     QTimer timer;
 
@@ -141,7 +164,25 @@ public:
 
 private:
     Entry lastTakenEntry;
+    // Whether anything was taken, and where the newest taken record stood in the shared ring: a
+    // producer may legally write pid 0, and records may repeat every field the ring search compares.
+    bool takenAny = false;
+    std::uint32_t lastTakenIndex = 0;
+    // The last-update stamp this copy wrote: a ring fed last by this copy is drained on every tick.
+    qint64 ownLastUpdate = 0;
     std::uint64_t sequenceCounter = 0;
+    // The filter verdict of each local slot, kept until the filters change: 0 unknown, 1 shown, 2 hidden.
+    std::vector<std::uint8_t> verdicts;
+    // Something changed since the last display stage (records taken, options, filters).
+    bool displayStale = true;
+    bool onlyErrors = false;
+    // Set while rows are being announced to the view; a refresh asked for then is sent afterwards.
+    bool announcing = false;
+    bool refreshPending = false;
+    // The next display stage resets the view instead of announcing a difference.
+    bool resetPending = false;
+    // clear() restarted the numbering: none of the rows the view knows can be matched any more.
+    bool rowsInvalidated = false;
     QHash<std::uint32_t, std::uint64_t> firstIdByPid;
     bool collapseSameCommands = true;
     bool showOnlyStringParameters = false;

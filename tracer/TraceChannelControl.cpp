@@ -59,9 +59,10 @@ void BufferEntryIterator::processCurrent()
             break;
         k += s_SlotTextSize;
         incCurrent();
-        // A chain that runs into the write index was never completed; the slot there is stale.
+        // A chain that runs into the write index was never completed: the slot there is stale, and
+        // the walk ends here without a record.
         if (current == end)
-            break;
+            return;
         slot = control->copySlot(current);
     }
     // An 80-character last chunk carries no terminator of its own.
@@ -199,13 +200,47 @@ void TraceChannelControl::copySharedMemory(bool clearShared)
 {
     std::lock_guard<std::mutex> guard(s_MemoryCopyMutex);
     if (copy && memory.getAddress() && memory.lock()) {
-        std::memcpy(copy.get(), memory.getAddress(), std::min<unsigned long>(copySize, memory.getSize()));
+        copyUsedPart();
         memory.unlock();
     }
     // Reset after the lock is released to keep the hold short: what producers add in between is
     // lost, by design.
     if (clearShared)
         clearShrMemoryWithoutLocking();
+}
+
+// Nothing reads the free slots of a snapshot, so under the lock only the header and the used slots
+// are copied (two pieces when the used range wraps): an empty ring costs a header, a full one what
+// it holds. Indices outside the ring copy nothing more; the walk treats such a copy as empty.
+void TraceChannelControl::copyUsedPart()
+{
+    char* target = copy.get();
+    char const* source = static_cast<char const*>(memory.getAddress());
+    const std::uint64_t limit = std::min<std::uint64_t>(copySize, memory.getSize());
+    if (limit < s_HeaderSize) {
+        std::memcpy(target, source, limit);
+        return;
+    }
+    std::memcpy(target, source, s_HeaderSize);
+    SharedMemoryHeader const* h = reinterpret_cast<SharedMemoryHeader const*>(target);
+    const std::uint64_t read = h->readIndex;
+    const std::uint64_t write = h->writeIndex;
+    const std::uint64_t slotsInLimit = (limit - s_HeaderSize) / s_SlotSize;
+    if (read >= slotCount || write >= slotCount || read == write)
+        return;
+    auto copySlots = [&](std::uint64_t from, std::uint64_t to) {
+        to = std::min(to, slotsInLimit);
+        if (from < to) {
+            const std::uint64_t offset = s_HeaderSize + from * s_SlotSize;
+            std::memcpy(target + offset, source + offset, (to - from) * s_SlotSize);
+        }
+    };
+    if (read < write) {
+        copySlots(read, write);
+    } else {
+        copySlots(read, slotCount);
+        copySlots(0, write);
+    }
 }
 
 TraceChannelControl::Indices TraceChannelControl::copyIndices() const

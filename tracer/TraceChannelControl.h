@@ -85,6 +85,7 @@ private:
         std::uint64_t write = 0;
     };
     Indices copyIndices() const;
+    void copyUsedPart();
     SlotEntry const* copySlot(std::uint64_t i) const;
 
     template<class Change> bool changeHeader(Change change);
