@@ -1,4 +1,5 @@
 #include "SharedFile.h"
+#include "SharedMemory.h"
 
 #include <fcntl.h>
 #include <sys/statvfs.h>
@@ -26,8 +27,7 @@ SharedFile::SharedFile(std::string const& semaphoreName)
     : freeSpaceQuery(statvfsFreeMiB)
 {
     // Without the semaphore nothing is written: lines of several processes would interleave.
-    sem_t* sem = sem_open(semaphoreName.c_str(), O_CREAT, 0666, 1);
-    semaphore = sem == SEM_FAILED ? nullptr : sem;
+    semaphore = openSharedSemaphore(semaphoreName, &problem);
 }
 
 SharedFile::~SharedFile()
@@ -62,6 +62,11 @@ bool SharedFile::lock()
     return semaphore && sem_wait(semaphore) == 0;
 }
 
+bool SharedFile::tryLockFor(long milliseconds)
+{
+    return waitSemaphoreFor(semaphore, milliseconds);
+}
+
 bool SharedFile::unlock()
 {
     return semaphore && sem_post(semaphore) == 0;
@@ -86,6 +91,23 @@ void SharedFile::write(FullEntry const& entry)
 {
     if (diskFull || !lock())
         return;
+    writeLocked(entry);
+    unlock();
+}
+
+bool SharedFile::tryWriteFor(FullEntry const& entry, long milliseconds)
+{
+    if (diskFull)
+        return true;
+    if (!tryLockFor(milliseconds))
+        return false;
+    writeLocked(entry);
+    unlock();
+    return true;
+}
+
+void SharedFile::writeLocked(FullEntry const& entry)
+{
     try {
         if (++writeCounter > s_WritesPerDiskCheck) {
             diskFull = s_RequiredFreeMiB > getFreeDiskSpace();
@@ -113,7 +135,6 @@ void SharedFile::write(FullEntry const& entry)
     } catch (...) {
         // A log line is never worth taking the traced process down.
     }
-    unlock();
 }
 
 } // namespace ZelTracer

@@ -2,22 +2,48 @@
 
 #include <algorithm>
 #include <cctype>
+#include <chrono>
 #include <cstring>
 
 namespace ZelTracer {
 
 namespace {
 
-bool containsIgnoringCase(char const* text, std::size_t textLength, char const* pattern)
+// Header fields read without the lock may change under the reader (the tool rewrites the header at
+// any time); each is read once, as a whole word, and at worst one record meets the old filter.
+template<class T> T relaxedLoad(T const* field)
 {
-    const std::size_t patternLength = std::strlen(pattern);
+    return __atomic_load_n(field, __ATOMIC_RELAXED);
+}
+
+// Copies a NUL-terminated text field that another process may rewrite meanwhile; the copy is always
+// terminated.
+template<std::size_t N> std::size_t copyField(char const (&field)[N], char (&copy)[N])
+{
+    std::size_t n = 0;
+    for (; n + 1 < N; ++n) {
+        copy[n] = relaxedLoad(&field[n]);
+        if (copy[n] == '\0')
+            return n;
+    }
+    copy[n] = '\0';
+    return n;
+}
+
+bool containsIgnoringCase(char const* text, std::size_t textLength, char const* pattern, std::size_t patternLength)
+{
     if (patternLength > textLength)
         return false;
     auto equal = [](char a, char b) {
         return std::tolower(static_cast<unsigned char>(a)) == std::tolower(static_cast<unsigned char>(b));
     };
-    return std::search(text, text + textLength, pattern, pattern + patternLength, equal) != text + textLength
-        || patternLength == 0;
+    return std::search(text, text + textLength, pattern, pattern + patternLength, equal) != text + textLength;
+}
+
+std::int64_t steadyNanoseconds()
+{
+    return std::chrono::duration_cast<std::chrono::nanoseconds>(std::chrono::steady_clock::now().time_since_epoch())
+        .count();
 }
 
 } // namespace
@@ -33,55 +59,70 @@ std::uint32_t TraceProducer::slotsFor(std::size_t textLength)
     return static_cast<std::uint32_t>(std::min(textLength, s_MaxTextLength) / s_SlotTextSize + 1);
 }
 
-bool TraceProducer::passesFilter(SharedMemoryHeader const& h, FullEntry const& entry, std::size_t textLength)
+bool TraceProducer::tracingRequested() const
 {
-    if (h.pidFilter != 0 && h.pidFilter != entry.pid)
+    SharedMemoryHeader const* h = sharedHeader();
+    return h && relaxedLoad(&h->tracingActive) != 0;
+}
+
+bool TraceProducer::passesFilter(SharedMemoryHeader const* h, FullEntry const& entry, std::size_t textLength) const
+{
+    const std::uint32_t pidFilter = relaxedLoad(&h->pidFilter);
+    if (pidFilter != 0 && pidFilter != entry.pid)
         return false;
-    if (!hasTerminator(h.messageFilter) || h.messageFilter[0] == '\0')
+    if (relaxedLoad(&h->messageFilter[0]) == '\0')
         return true;
-    return containsIgnoringCase(entry.text, textLength, h.messageFilter);
+    char pattern[sizeof h->messageFilter];
+    const std::size_t patternLength = copyField(h->messageFilter, pattern);
+    return patternLength == 0 || containsIgnoringCase(entry.text, textLength, pattern, patternLength);
 }
 
 TraceProducer::Outcome TraceProducer::write(FullEntry const& entry)
 {
-    if (!memory.getAddress() || slotCount == 0 || !memory.lock())
+    SharedMemoryHeader* h = sharedHeader();
+    if (!h || slotCount == 0 || !memory.hasLock())
         return Outcome::NoSegment;
-
-    // One header read per call, inside the same hold that writes the slots.
-    SharedMemoryHeader h;
-    std::memcpy(&h, memory.getAddress(), sizeof h);
-    if (h.tracingActive == 0) {
-        memory.unlock();
+    if (relaxedLoad(&h->tracingActive) == 0)
         return Outcome::Inactive;
-    }
+    // Filtering takes microseconds for long texts; done inside the lock it made holders so slow
+    // that waiters broke the lock while they were still writing.
     const std::size_t textLength = strnlen(entry.text, sizeof entry.text);
-    if (!passesFilter(h, entry, textLength)) {
-        memory.unlock();
+    if (!passesFilter(h, entry, textLength))
         return Outcome::Filtered;
-    }
 
     const std::uint32_t slots = slotsFor(textLength);
+    char logName[sizeof h->fileName];
+    logName[0] = '\0';
+    if (!memory.lock(s_SpinNanoseconds))
+        return Outcome::NoSegment;
+    const std::uint32_t readIndex = h->readIndex;
+    const std::uint32_t writeIndex = h->writeIndex;
+    const std::uint64_t number = sequence.fetch_add(1, std::memory_order_relaxed) + 1;
     // Indices outside the ring come from a broken writer; nothing is written until a tool resets them.
-    const bool indicesValid = h.readIndex < slotCount && h.writeIndex < slotCount;
-    const bool fits = indicesValid && usedSlots(h.readIndex, h.writeIndex, slotCount) + slots < slotCount;
+    const bool fits = readIndex < slotCount && writeIndex < slotCount
+        && usedSlots(readIndex, writeIndex, slotCount) + slots < slotCount;
     if (fits) {
-        writeSlots(h.writeIndex, entry, std::min(textLength, s_MaxTextLength), slots);
-        sharedHeader()->writeIndex = (h.writeIndex + slots) % slotCount;
+        writeSlots(writeIndex, entry, std::min(textLength, s_MaxTextLength), slots,
+                   s_SequenceTag | (number & s_SequenceMask));
+        h->writeIndex = (writeIndex + slots) % slotCount;
     }
+    if (h->tracingToFile != 0)
+        copyField(h->fileName, logName);
     memory.unlock();
 
-    fits ? ++written : ++dropped;
-    if (h.tracingToFile != 0)
-        writeToFile(h, entry);
+    (fits ? written : dropped).fetch_add(1, std::memory_order_relaxed);
+    if (logName[0] != '\0')
+        writeToFile(logName, entry);
     return fits ? Outcome::Written : Outcome::Dropped;
 }
 
 void TraceProducer::writeSlots(std::uint32_t writeIndex, FullEntry const& entry, std::size_t textLength,
-                               std::uint32_t slots)
+                               std::uint32_t slots, std::uint64_t reserved)
 {
     for (std::uint32_t j = 0; j < slots; ++j) {
         SlotEntry* slot = reinterpret_cast<SlotEntry*>(sharedSlots() + ((writeIndex + j) % slotCount) * s_SlotSize);
         std::memcpy(slot, &entry, offsetof(SlotEntry, continued));
+        slot->reserved = reserved;
         slot->continued = j + 1 < slots ? 1 : 0;
         const std::size_t offset = j * s_SlotTextSize;
         const std::size_t chunk = std::min(s_SlotTextSize, textLength - offset);
@@ -90,13 +131,25 @@ void TraceProducer::writeSlots(std::uint32_t writeIndex, FullEntry const& entry,
     }
 }
 
-void TraceProducer::writeToFile(SharedMemoryHeader const& h, FullEntry const& entry)
+void TraceProducer::writeToFile(char const* name, FullEntry const& entry)
 {
-    if (!hasTerminator(h.fileName) || h.fileName[0] == '\0')
-        return;
-    if (file.getFileName() != h.fileName)
-        file.openFile(h.fileName);
-    file.write(entry);
+    // After a wait that ran out, the lock is only tried for a while: a lock left taken by a writer
+    // that died would otherwise cost every later call the whole wait.
+    const bool waitAllowed = steadyNanoseconds() >= fileWaitAfter.load(std::memory_order_relaxed);
+    const long wait = waitAllowed ? s_FileLockWaitMilliseconds : 0;
+    std::unique_lock<std::timed_mutex> guard(fileMutex, std::defer_lock);
+    bool done = guard.try_lock_for(std::chrono::milliseconds(wait));
+    if (done) {
+        if (file.getFileName() != name)
+            file.openFile(name);
+        done = file.tryWriteFor(entry, wait);
+    }
+    if (!done) {
+        fileDropped.fetch_add(1, std::memory_order_relaxed);
+        if (waitAllowed)
+            fileWaitAfter.store(steadyNanoseconds() + s_FileLockRetryMilliseconds * 1000000L,
+                                std::memory_order_relaxed);
+    }
 }
 
 } // namespace ZelTracer
