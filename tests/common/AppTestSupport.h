@@ -3,8 +3,12 @@
 #include "TraceApplication.h"
 #include "TraceTestSupport.h"
 
+#include <QMessageBox>
 #include <QTemporaryDir>
 #include <QTest>
+#include <QTimer>
+
+#include <functional>
 
 // Test programs that run a whole application do it on a private segment, semaphores, shared ring
 // and settings store, so that a user's running tool never sees them.
@@ -25,4 +29,29 @@ template<class Test> int execWithApplication(int argc, char** argv, PrivateSegme
     TraceApplication app(argc, argv, privateEndpoints(segment, ringTag));
     Test test(app);
     return QTest::qExec(&test, argc, argv);
+}
+
+// A named child that the test cannot go on without.
+template<class T> T* child(const QObject* parent, const char* name)
+{
+    T* object = parent->findChild<T*>(QLatin1String(name));
+    if (!object)
+        qFatal("no %s", name);
+    return object;
+}
+
+// Runs the action while closing every message box that shows; returns "title/text" of each box closed.
+inline QStringList closingModals(const std::function<void()>& action)
+{
+    QStringList texts;
+    QTimer closer;
+    QObject::connect(&closer, &QTimer::timeout, [&texts] {
+        if (auto* box = qobject_cast<QMessageBox*>(QApplication::activeModalWidget())) {
+            texts << box->windowTitle() + QLatin1Char('/') + box->text();
+            box->close();
+        }
+    });
+    closer.start(20);
+    action();
+    return texts;
 }
