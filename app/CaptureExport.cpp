@@ -1,0 +1,323 @@
+#include "CaptureExport.h"
+
+#include "ZelVersion.h"
+
+#include <QFile>
+#include <QFileInfo>
+#include <QSaveFile>
+
+#include <cmath>
+#include <cstring>
+#include <ctime>
+
+namespace capture {
+
+namespace {
+
+using Entry = LiveTraceModel::Entry;
+using Row = LiveTraceModel::Row;
+
+QString latin1Field(const char* field, std::size_t capacity)
+{
+    return QString::fromLatin1(field, static_cast<int>(strnlen(field, capacity)));
+}
+
+// A text field is read only when it carries its terminator, as everywhere else in the tool.
+QString commandText(Entry const& e)
+{
+    return ZelTracer::hasTerminator(e.text) ? latin1Field(e.text, sizeof e.text) : QString();
+}
+
+QString addressText(Entry const& e)
+{
+    return latin1Field(e.address, sizeof e.address);
+}
+
+double shownDuration(Row const& row)
+{
+    return row.repeatCount != 0 ? row.summedDuration : row.entry->duration;
+}
+
+QString rowNumber(Row const& row)
+{
+    if (row.entry->id >= row.firstId)
+        return QString::number(static_cast<qulonglong>(row.entry->id - row.firstId));
+    return QStringLiteral("-1");
+}
+
+QString dateAndTime(Entry const& e)
+{
+    const std::time_t seconds = static_cast<std::time_t>(e.timestamp);
+    std::tm local {};
+    char date[32] = {};
+    if (localtime_r(&seconds, &local))
+        std::strftime(date, sizeof date, "%Y-%m-%d ", &local);
+    return QLatin1String(date) + LiveTraceModel::timestamp2string(static_cast<long>(e.timestamp), e.timestampFraction);
+}
+
+QByteArray quoted(QString const& field)
+{
+    QByteArray bytes = field.toUtf8();
+    bytes.replace('"', "\"\"");
+    return '"' + bytes + '"';
+}
+
+QByteArray jsonString(QString const& text)
+{
+    QByteArray out = "\"";
+    for (const char c : text.toUtf8()) {
+        const auto u = static_cast<unsigned char>(c);
+        if (c == '"' || c == '\\') {
+            out += '\\';
+            out += c;
+        } else if (u < 0x20) {
+            char code[8];
+            std::snprintf(code, sizeof code, "\\u%04x", u);
+            out += code;
+        } else {
+            out += c;
+        }
+    }
+    return out + '"';
+}
+
+// The VISA operation a command text names: what stands before its parenthesis.
+QString operationName(QString const& command)
+{
+    const int paren = command.indexOf(QLatin1Char('('));
+    QString name = (paren >= 0 ? command.left(paren) : command).trimmed();
+    if (name.isEmpty())
+        return QStringLiteral("(no command)");
+    return name.left(64);
+}
+
+} // namespace
+
+Format formatForFileName(QString const& fileName)
+{
+    const QString suffix = QFileInfo(fileName).suffix().toLower();
+    if (suffix == QLatin1String("csv"))
+        return Format::Csv;
+    if (suffix == QLatin1String("json"))
+        return Format::Timeline;
+    return Format::ViewText;
+}
+
+std::optional<Format> formatForName(QString const& name)
+{
+    if (name == QLatin1String("csv"))
+        return Format::Csv;
+    if (name == QLatin1String("text"))
+        return Format::ViewText;
+    if (name == QLatin1String("timeline"))
+        return Format::Timeline;
+    return std::nullopt;
+}
+
+QString escapeControls(QString const& text)
+{
+    QString out;
+    out.reserve(text.size());
+    for (const QChar c : text) {
+        const ushort u = c.unicode();
+        if (u == '\\')
+            out += QLatin1String("\\\\");
+        else if (u == '\t')
+            out += QLatin1String("\\t");
+        else if (u == '\n')
+            out += QLatin1String("\\n");
+        else if (u == '\r')
+            out += QLatin1String("\\r");
+        else if (u < 0x20 || (u >= 0x7F && u < 0xA0))
+            out += QStringLiteral("\\x%1").arg(u, 2, 16, QLatin1Char('0'));
+        else
+            out += c;
+    }
+    return out;
+}
+
+QString unescapeControls(QString const& text)
+{
+    QString out;
+    out.reserve(text.size());
+    for (int i = 0; i < text.size(); ++i) {
+        const QChar c = text.at(i);
+        if (c != QLatin1Char('\\') || i + 1 >= text.size()) {
+            out += c;
+            continue;
+        }
+        const QChar next = text.at(++i);
+        if (next == QLatin1Char('t')) {
+            out += QLatin1Char('\t');
+        } else if (next == QLatin1Char('n')) {
+            out += QLatin1Char('\n');
+        } else if (next == QLatin1Char('r')) {
+            out += QLatin1Char('\r');
+        } else if (next == QLatin1Char('x') && i + 2 < text.size()) {
+            bool hex = false;
+            const ushort value = text.mid(i + 1, 2).toUShort(&hex, 16);
+            if (hex) {
+                out += QChar(value);
+                i += 2;
+            } else {
+                out += QLatin1String("\\x");
+            }
+        } else {
+            out += next; // "\\" and anything unknown stand for themselves
+        }
+    }
+    return out;
+}
+
+QString kindName(std::uint64_t displayKind)
+{
+    switch (displayKind) {
+    case LiveTraceModel::CallKind:
+        return QStringLiteral("call");
+    case LiveTraceModel::ReturnKind:
+        return QStringLiteral("return");
+    case LiveTraceModel::CompletedKind:
+        return QStringLiteral("completed");
+    default:
+        return QString::number(static_cast<qulonglong>(displayKind));
+    }
+}
+
+CaptureWriter::CaptureWriter(QIODevice& device, Format format)
+    : device(device)
+    , format(format)
+{ }
+
+QByteArray CaptureWriter::viewTextHeader()
+{
+    return QByteArray("# VISA version: ") + ZelTracer::s_VersionString
+        + "\n# Bitness:      64\n# OS:           Linux\n";
+}
+
+QByteArray CaptureWriter::csvLine(Row const& row)
+{
+    Entry const& e = *row.entry;
+    const QByteArray comma = ",";
+    return quoted(rowNumber(row)) + comma + quoted(QString::number(e.id)) + comma + quoted(kindName(row.displayKind))
+        + comma + quoted(dateAndTime(e)) + comma + quoted(QString::number(e.elapsedTime, 'f', 6)) + comma
+        + quoted(QString::number(e.pid)) + comma + quoted(QString::number(e.threadId)) + comma
+        + quoted(QString::number(e.session)) + comma + quoted(escapeControls(addressText(e))) + comma
+        + quoted(QString::number(shownDuration(row), 'f', 9)) + comma + quoted(QString::number(e.status)) + comma
+        + quoted(LiveTraceModel::status2string(e.status)) + comma
+        + quoted(QString::number(static_cast<qulonglong>(row.repeatCount + 1))) + comma
+        + quoted(escapeControls(commandText(e))) + "\r\n";
+}
+
+QByteArray CaptureWriter::viewTextLine(Row const& row)
+{
+    // The line of "Save view": raw status number, the record's own duration and kind, no escaping.
+    Entry const& e = *row.entry;
+    const QChar tab = QLatin1Char('\t');
+    const QString line = QString::number(static_cast<qulonglong>(e.id - row.firstId)) + tab + QString::number(e.id)
+        + tab + LiveTraceModel::timestamp2string(static_cast<long>(e.timestamp), e.timestampFraction) + tab
+        + QString::number(e.pid) + tab + QString::number(e.threadId) + tab + QString::number(e.session) + tab
+        + addressText(e) + tab + QString::number(e.duration, 'g', 6) + tab + QString::number(e.kind) + tab
+        + QString::number(e.status) + tab + commandText(e) + QLatin1Char('\n');
+    return line.toUtf8();
+}
+
+QByteArray CaptureWriter::timelineEvent(Row const& row)
+{
+    // A complete event starts when the call started: a return record is stamped when the call
+    // returned, so its duration is taken off. Times are microseconds.
+    Entry const& e = *row.entry;
+    const bool returned = row.displayKind != LiveTraceModel::CallKind;
+    const double duration = returned ? std::max(0.0, shownDuration(row)) : 0.0;
+    const double start = static_cast<double>(e.timestamp) * 1e6 + e.timestampFraction * 1e6 - duration * 1e6;
+    const QString command = commandText(e);
+    QByteArray args = "{\"id\":" + QByteArray::number(static_cast<qulonglong>(e.id))
+        + ",\"kind\":" + jsonString(kindName(row.displayKind)) + ",\"session\":" + QByteArray::number(e.session)
+        + ",\"address\":" + jsonString(addressText(e)) + ",\"command\":" + jsonString(command);
+    if (returned)
+        args += ",\"status\":" + QByteArray::number(e.status)
+            + ",\"statusName\":" + jsonString(LiveTraceModel::status2string(e.status));
+    if (row.repeatCount != 0)
+        args += ",\"calls\":" + QByteArray::number(static_cast<qulonglong>(row.repeatCount + 1));
+    args += '}';
+    return "{\"name\":" + jsonString(operationName(command)) + ",\"cat\":\"VISA\",\"ph\":\"X\",\"ts\":"
+        + QByteArray::number(start, 'f', 3) + ",\"dur\":" + QByteArray::number(duration * 1e6, 'f', 3) + ",\"pid\":"
+        + QByteArray::number(e.pid) + ",\"tid\":" + QByteArray::number(e.threadId) + ",\"args\":" + args + '}';
+}
+
+void CaptureWriter::put(QByteArray const& bytes)
+{
+    if (device.write(bytes) != bytes.size())
+        failed = true;
+}
+
+void CaptureWriter::begin()
+{
+    switch (format) {
+    case Format::Csv:
+        put(s_CsvHeader);
+        break;
+    case Format::ViewText:
+        put(viewTextHeader());
+        break;
+    case Format::Timeline:
+        put("[");
+        break;
+    }
+}
+
+void CaptureWriter::write(Row const& row)
+{
+    if (!row.entry)
+        return;
+    switch (format) {
+    case Format::Csv:
+        put(csvLine(row));
+        break;
+    case Format::ViewText:
+        put(viewTextLine(row));
+        break;
+    case Format::Timeline:
+        put((first ? "\n" : ",\n") + timelineEvent(row));
+        break;
+    }
+    first = false;
+}
+
+void CaptureWriter::finish()
+{
+    if (format == Format::Timeline)
+        put("\n]\n");
+}
+
+bool CaptureWriter::ok() const
+{
+    return !failed;
+}
+
+bool exportView(LiveTraceModel const& model, QString const& fileName, Format format, QString* error)
+{
+    // Written beside the target and renamed over it, so a failure never leaves half a capture and an
+    // old file's tail never survives.
+    QSaveFile file(fileName);
+    if (!file.open(QIODevice::WriteOnly)) {
+        if (error)
+            *error = QStringLiteral("Cannot write %1: %2").arg(fileName, file.errorString());
+        return false;
+    }
+    CaptureWriter writer(file, format);
+    writer.begin();
+    const int rows = model.rowCount();
+    for (int r = 0; r < rows; ++r) {
+        if (const LiveTraceModel::Row* row = model.displayRow(r))
+            writer.write(*row);
+    }
+    writer.finish();
+    if (!writer.ok() || !file.commit()) {
+        if (error)
+            *error = QStringLiteral("Cannot write %1: %2").arg(fileName, file.errorString());
+        return false;
+    }
+    return true;
+}
+
+} // namespace capture

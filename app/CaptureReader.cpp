@@ -1,0 +1,445 @@
+#include "CaptureReader.h"
+
+#include "CaptureExport.h"
+
+#include <QDateTime>
+#include <QFile>
+#include <QFileInfo>
+#include <QTextCodec>
+
+#include <cstring>
+#include <deque>
+#include <set>
+#include <tuple>
+
+namespace capture {
+
+namespace {
+
+using ZelTracer::FullEntry;
+
+FullEntry blankRecord()
+{
+    FullEntry e;
+    std::memset(&e, 0, sizeof e);
+    return e;
+}
+
+template<std::size_t N> void copyText(char (&field)[N], QByteArray const& bytes)
+{
+    const std::size_t n = std::min<std::size_t>(static_cast<std::size_t>(bytes.size()), N - 1);
+    std::memcpy(field, bytes.constData(), n);
+    field[n] = '\0';
+}
+
+// Characters outside Latin-1 cannot have come from a record; they become '?'.
+template<std::size_t N> void copyText(char (&field)[N], QString const& text)
+{
+    copyText(field, text.toLatin1());
+}
+
+void setTime(FullEntry& e, QDateTime const& when, int milliseconds)
+{
+    e.timestamp = when.toSecsSinceEpoch();
+    e.timestampFraction = milliseconds / 1000.0;
+}
+
+// One parse step: every number of a line is checked, none is trusted.
+struct Fields
+{
+    bool ok = true;
+    QString why;
+
+    template<class T> T number(QByteArray const& text, const char* what)
+    {
+        bool good = false;
+        T value {};
+        if constexpr (std::is_same_v<T, std::uint64_t>)
+            value = text.toULongLong(&good);
+        else if constexpr (std::is_same_v<T, std::uint32_t>)
+            value = text.toUInt(&good);
+        else if constexpr (std::is_same_v<T, std::int32_t>)
+            value = text.toInt(&good);
+        else
+            value = text.toDouble(&good);
+        if (!good)
+            fail(QStringLiteral("the %1 \"%2\" is not a number")
+                     .arg(QLatin1String(what), QString::fromLatin1(text.left(40))));
+        return value;
+    }
+    void fail(QString const& reason)
+    {
+        if (ok)
+            why = reason;
+        ok = false;
+    }
+};
+
+// RFC 4180 fields of one record; false while a quoted field is still open at the end of the text.
+bool splitCsv(QByteArray const& text, QList<QByteArray>& fields)
+{
+    fields.clear();
+    QByteArray field;
+    bool quoted = false;
+    bool wasQuoted = false;
+    for (int i = 0; i < text.size(); ++i) {
+        const char c = text.at(i);
+        if (quoted) {
+            if (c == '"' && i + 1 < text.size() && text.at(i + 1) == '"') {
+                field += '"';
+                ++i;
+            } else if (c == '"') {
+                quoted = false;
+            } else {
+                field += c;
+            }
+        } else if (c == '"' && field.isEmpty() && !wasQuoted) {
+            quoted = wasQuoted = true;
+        } else if (c == ',') {
+            fields.append(field);
+            field.clear();
+            wasQuoted = false;
+        } else if (c != '\r' && c != '\n') {
+            field += c;
+        }
+    }
+    fields.append(field);
+    return !quoted;
+}
+
+class Parser
+{
+public:
+    Parser(Capture& capture, QDate day)
+        : capture(capture)
+        , day(day)
+    { }
+
+    void push(FullEntry const& e)
+    {
+        ++total;
+        kept.push_back(e);
+        if (kept.size() > CaptureReader::s_MaxRecords)
+            kept.pop_front();
+    }
+
+    void finish()
+    {
+        capture.records.assign(kept.begin(), kept.end());
+        kept.clear();
+        if (total > capture.records.size())
+            capture.note = QStringLiteral("The capture holds %1 records; the newest %2 are shown.")
+                               .arg(total)
+                               .arg(capture.records.size());
+    }
+
+    QString csvRow(QByteArray const& line)
+    {
+        QList<QByteArray> f;
+        splitCsv(line, f);
+        if (f.size() != 14)
+            return QStringLiteral("it has %1 fields instead of 14").arg(f.size());
+        Fields p;
+        FullEntry e = blankRecord();
+        e.id = p.number<std::uint64_t>(f[1], "id");
+        const QString kind = QString::fromUtf8(f[2]);
+        const QString when = QString::fromUtf8(f[3]);
+        const QDateTime stamp = QDateTime::fromString(when.left(19), QStringLiteral("yyyy-MM-dd HH:mm:ss"));
+        const int ms = when.mid(20).toInt();
+        if (!stamp.isValid() || when.size() != 23 || when.at(19) != QLatin1Char('.'))
+            p.fail(QStringLiteral("\"%1\" is not a date and time").arg(when.left(40)));
+        e.elapsedTime = p.number<double>(f[4], "elapsed time");
+        e.pid = p.number<std::uint32_t>(f[5], "pid");
+        e.threadId = p.number<std::uint32_t>(f[6], "thread");
+        e.session = p.number<std::uint32_t>(f[7], "session");
+        copyText(e.address, unescapeControls(QString::fromUtf8(f[8])));
+        const double total = p.number<double>(f[9], "duration");
+        e.status = p.number<std::int32_t>(f[10], "status");
+        const std::uint64_t calls = p.number<std::uint64_t>(f[12], "call count");
+        copyText(e.text, unescapeControls(QString::fromUtf8(f[13])));
+        if (p.ok && calls == 0)
+            p.fail(QStringLiteral("the call count is 0"));
+        bool numericKind = false;
+        const std::uint32_t otherKind = kind.toUInt(&numericKind);
+        if (!numericKind && kind != kindName(LiveTraceModel::CallKind) && kind != kindName(LiveTraceModel::ReturnKind)
+            && kind != kindName(LiveTraceModel::CompletedKind))
+            p.fail(QStringLiteral("\"%1\" is not a kind of row").arg(kind.left(40)));
+        if (!p.ok)
+            return p.why;
+        setTime(e, stamp, ms);
+
+        // A collapsed row stands for its calls; they are given the ids before the newest one's.
+        const bool completed = kind == kindName(LiveTraceModel::CompletedKind);
+        e.kind = numericKind ? otherKind : (kind == kindName(LiveTraceModel::CallKind) ? 0u : 1u);
+        // Only the newest records stay, and the calls that counts stand for are bounded over the whole
+        // file, so a hostile count costs neither memory nor much time.
+        const std::uint64_t expand
+            = std::min<std::uint64_t>(calls, 1 + std::min(expansionBudget, CaptureReader::s_MaxRecords));
+        expansionBudget -= expand - 1;
+        for (std::uint64_t k = calls - expand; k < calls; ++k) {
+            FullEntry call = e;
+            call.id = e.id >= calls - 1 ? e.id - (calls - 1 - k) : e.id;
+            call.duration = total / static_cast<double>(expand);
+            if (completed) {
+                FullEntry start = call;
+                start.kind = 0;
+                start.duration = 0;
+                start.status = 0;
+                push(start);
+            }
+            push(call);
+        }
+        return QString();
+    }
+
+    QString viewTextRow(QByteArray const& line)
+    {
+        // id offset, id, time, pid, thread, session, then address, duration, kind, status, text.
+        // Address and text are written as they are and may hold tabs: the address ends at the first
+        // tab after which a duration, a kind and a status follow.
+        QList<QByteArray> head;
+        int pos = 0;
+        for (int i = 0; i < 6; ++i) {
+            const int tab = line.indexOf('\t', pos);
+            if (tab < 0)
+                return QStringLiteral("it has fewer than 11 fields");
+            head.append(line.mid(pos, tab - pos));
+            pos = tab + 1;
+        }
+        Fields p;
+        FullEntry e = blankRecord();
+        e.id = p.number<std::uint64_t>(head[1], "id");
+        const QTime time = QTime::fromString(QString::fromLatin1(head[2]), QStringLiteral("HH:mm:ss.zzz"));
+        if (!time.isValid())
+            p.fail(QStringLiteral("\"%1\" is not a time").arg(QString::fromLatin1(head[2].left(20))));
+        e.pid = p.number<std::uint32_t>(head[3], "pid");
+        e.threadId = p.number<std::uint32_t>(head[4], "thread");
+        e.session = p.number<std::uint32_t>(head[5], "session");
+        if (!p.ok)
+            return p.why;
+        if (!tail(line, pos, '\0', e))
+            return QStringLiteral("its duration, kind and status are missing");
+
+        if (lastTime.isValid() && time.msecsTo(lastTime) > 12 * 3600 * 1000)
+            day = day.addDays(1);
+        lastTime = time;
+        setTime(e, QDateTime(day, QTime(time.hour(), time.minute(), time.second())), time.msec());
+        pushWithCall(e);
+        return QString();
+    }
+
+    QString logRow(QByteArray const& line)
+    {
+        // id, date and time, elapsed, pid, thread, session, address, duration, kind, status, "text".
+        QList<QByteArray> head;
+        int pos = 0;
+        for (int i = 0; i < 6; ++i) {
+            const int tab = line.indexOf('\t', pos);
+            if (tab < 0)
+                return QStringLiteral("it has fewer than 11 fields");
+            head.append(line.mid(pos, tab - pos));
+            pos = tab + 1;
+        }
+        Fields p;
+        FullEntry e = blankRecord();
+        e.id = p.number<std::uint64_t>(head[0], "id");
+        const QDateTime stamp
+            = QDateTime::fromString(QString::fromLatin1(head[1]), QStringLiteral("yyyy-MM-dd HH:mm:ss"));
+        if (!stamp.isValid())
+            p.fail(QStringLiteral("\"%1\" is not a date and time").arg(QString::fromLatin1(head[1].left(30))));
+        e.elapsedTime = p.number<double>(head[2], "elapsed time");
+        e.pid = p.number<std::uint32_t>(head[3], "pid");
+        e.threadId = p.number<std::uint32_t>(head[4], "thread");
+        e.session = p.number<std::uint32_t>(head[5], "session");
+        if (!p.ok)
+            return p.why;
+        if (!tail(line, pos, '"', e))
+            return QStringLiteral("its duration, kind, status and quoted command are missing");
+        setTime(e, stamp, 0);
+        push(e);
+        return QString();
+    }
+
+private:
+    // From pos: the address up to the tab after which "duration \t kind \t status \t" and the text
+    // follow; with a quote the text must be enclosed in quotes.
+    bool tail(QByteArray const& line, int pos, char quote, FullEntry& e)
+    {
+        for (int tab = line.indexOf('\t', pos); tab >= 0; tab = line.indexOf('\t', tab + 1)) {
+            const QList<QByteArray> rest = line.mid(tab + 1).split('\t');
+            if (rest.size() < 4)
+                return false;
+            Fields p;
+            const double duration = p.number<double>(rest[0], "duration");
+            const std::uint32_t kind = p.number<std::uint32_t>(rest[1], "kind");
+            const std::int32_t status = p.number<std::int32_t>(rest[2], "status");
+            if (!p.ok)
+                continue;
+            const int textStart = tab + 1 + rest[0].size() + rest[1].size() + rest[2].size() + 3;
+            QByteArray text = line.mid(textStart);
+            if (quote) {
+                if (text.size() < 2 || !text.startsWith(quote) || !text.endsWith(quote))
+                    continue;
+                text = text.mid(1, text.size() - 2);
+            }
+            copyText(e.address, decode(line.mid(pos, tab - pos)));
+            copyText(e.text, decode(text));
+            e.duration = duration;
+            e.kind = kind;
+            e.status = status;
+            return true;
+        }
+        return false;
+    }
+
+    // A saved view is text in the encoding it was saved with; a trace log holds the record's bytes.
+    QString decode(QByteArray const& bytes) const
+    {
+        if (capture.source == Capture::ViewText) {
+            QTextCodec::ConverterState state;
+            const QString text = QTextCodec::codecForName("UTF-8")->toUnicode(bytes.constData(), bytes.size(), &state);
+            if (state.invalidChars == 0)
+                return text;
+        }
+        return QString::fromLatin1(bytes);
+    }
+
+    // A saved view shows a completed call only by its return record: the call record is put back
+    // in front of it, unless the call was shown as a row of its own.
+    void pushWithCall(FullEntry const& e)
+    {
+        const auto key = std::make_tuple(e.pid, e.threadId, static_cast<qulonglong>(e.id));
+        if (e.kind == 0) {
+            openCalls.insert(key);
+        } else if (e.kind == 1 && openCalls.erase(key) == 0) {
+            FullEntry call = e;
+            call.kind = 0;
+            call.duration = 0;
+            call.status = 0;
+            push(call);
+        }
+        push(e);
+    }
+
+    Capture& capture;
+    std::deque<FullEntry> kept;
+    std::uint64_t total = 0;
+    std::uint64_t expansionBudget = 10 * CaptureReader::s_MaxRecords;
+    QDate day;
+    QTime lastTime;
+    std::set<std::tuple<std::uint32_t, std::uint32_t, qulonglong>> openCalls;
+};
+
+} // namespace
+
+bool CaptureReader::read(QString const& fileName, Capture& capture, QString& error)
+{
+    QFile file(fileName);
+    if (!file.open(QIODevice::ReadOnly)) {
+        error = QStringLiteral("Cannot open %1: %2").arg(fileName, file.errorString());
+        return false;
+    }
+    QFileInfo info(fileName);
+    const QDate day = info.lastModified().isValid() ? info.lastModified().date() : QDate::currentDate();
+    return read(file, info.fileName(), day, capture, error);
+}
+
+bool CaptureReader::read(QIODevice& device, QString const& name, QDate const& day, Capture& capture, QString& error)
+{
+    capture.records.clear();
+    capture.note.clear();
+    Parser parser(capture, day);
+    const QByteArray csvHeader = QByteArray(s_CsvHeader).trimmed();
+    const QByteArray viewHeader = CaptureWriter::viewTextHeader();
+    const QList<QByteArray> viewHeaderLines = viewHeader.split('\n');
+    int lineNumber = 0;
+    QByteArray pending; // a CSV record whose quoted field goes on in the next line
+    bool any = false;
+
+    while (!device.atEnd()) {
+        QByteArray line = device.readLine(s_MaxLineLength + 1);
+        ++lineNumber;
+        if (!line.endsWith('\n')) {
+            if (line.size() > s_MaxLineLength) {
+                error = QStringLiteral("Line %1 of %2 is longer than any line of a capture.").arg(lineNumber).arg(name);
+                return false;
+            }
+            error = QStringLiteral("%1 ends in the middle of a line: the file was cut short.").arg(name);
+            return false;
+        }
+        line.chop(1);
+        if (line.endsWith('\r'))
+            line.chop(1);
+
+        if (!any) {
+            any = true;
+            if (line == csvHeader) {
+                capture.source = Capture::CsvTable;
+                continue;
+            }
+            if (line == viewHeaderLines.value(0)) {
+                capture.source = Capture::ViewText;
+                continue;
+            }
+            if (line.startsWith("# Logging to file activated")) {
+                capture.source = Capture::TraceLog;
+                continue;
+            }
+            error = QStringLiteral("%1 is not a capture: it begins neither like an exported table, nor like a "
+                                   "saved view, nor like a trace log.")
+                        .arg(name);
+            return false;
+        }
+        QString why;
+        switch (capture.source) {
+        case Capture::CsvTable: {
+            pending += line;
+            QList<QByteArray> fields;
+            if (!splitCsv(pending, fields)) {
+                if (pending.size() > s_MaxLineLength) {
+                    error = QStringLiteral("Line %1 of %2 is longer than any line of a capture.")
+                                .arg(lineNumber)
+                                .arg(name);
+                    return false;
+                }
+                pending += '\n';
+                continue;
+            }
+            why = parser.csvRow(pending);
+            pending.clear();
+            break;
+        }
+        case Capture::ViewText:
+            if (lineNumber <= 3) {
+                if (line != viewHeaderLines.value(lineNumber - 1)
+                    && !(lineNumber == 2 && line.startsWith("# Bitness:"))) {
+                    why = QStringLiteral("the header of a saved view is incomplete");
+                }
+                break;
+            }
+            why = parser.viewTextRow(line);
+            break;
+        case Capture::TraceLog:
+            if (line.startsWith('#') || line.isEmpty())
+                break;
+            why = parser.logRow(line);
+            break;
+        }
+        if (!why.isEmpty()) {
+            error = QStringLiteral("Line %1 of %2 is not a line of a capture: %3.").arg(lineNumber).arg(name, why);
+            return false;
+        }
+    }
+    if (!any) {
+        error = QStringLiteral("%1 is empty.").arg(name);
+        return false;
+    }
+    if (!pending.isEmpty() || (capture.source == Capture::ViewText && lineNumber < 3)) {
+        error = QStringLiteral("%1 ends in the middle of a line: the file was cut short.").arg(name);
+        return false;
+    }
+    parser.finish();
+    return true;
+}
+
+} // namespace capture

@@ -1,0 +1,50 @@
+#pragma once
+
+#include "LiveTraceModel.h"
+#include "TraceRecord.h"
+
+#include <QDate>
+#include <QString>
+
+#include <cstddef>
+#include <vector>
+
+class QIODevice;
+
+namespace capture {
+
+// What a capture file held, as records a model can show again.
+struct Capture
+{
+    enum Source
+    {
+        CsvTable,
+        ViewText,
+        TraceLog
+    };
+
+    Source source = CsvTable;
+    std::vector<ZelTracer::FullEntry> records;
+    // Set when not everything could be taken, for the user to read.
+    QString note;
+};
+
+// Reads an exported table (CSV), a saved view or a trace log written by the traced processes back
+// into records. A completed row becomes its call and its return record again and a collapsed row its
+// calls, so the model pairs and collapses them as it did when they were captured. The file comes from
+// outside: a line, a field or a count never makes the reader allocate beyond the caps below, and a
+// file that was cut short or is something else is refused with a message.
+class CaptureReader
+{
+public:
+    static constexpr int s_MaxLineLength = 16 * 1024;
+    // As many as a view shows; of a longer capture the newest are kept, as the live view keeps them.
+    static constexpr std::size_t s_MaxRecords = LiveTraceModel::s_MaxCaptureRecords;
+
+    static bool read(QString const& fileName, Capture& capture, QString& error);
+    // A saved view carries times without a date; they are placed on day, going on to the next day
+    // when the time jumps back by more than half a day.
+    static bool read(QIODevice& device, QString const& name, QDate const& day, Capture& capture, QString& error);
+};
+
+} // namespace capture

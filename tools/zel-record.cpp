@@ -1,0 +1,310 @@
+// zel-record: records the traced VISA calls into a file, without a window, for test stations and CI.
+// It is a copy of the tool like any window: it joins the shared ring of full records, feeds it when
+// no window does, and switches tracing off at the end only when it switched it on itself and no other
+// copy of the tool is still running.
+
+#include "CaptureExport.h"
+#include "LiveTraceModel.h"
+#include "ModelFilters.h"
+#include "TraceChannelControl.h"
+#include "UnixSignalQuit.h"
+#include "ZelVersion.h"
+
+#include <QCommandLineParser>
+#include <QCoreApplication>
+#include <QElapsedTimer>
+#include <QFile>
+#include <QTimer>
+
+#include <unistd.h>
+
+#include <cstdio>
+#include <optional>
+
+namespace {
+
+struct Options
+{
+    QString output;
+    capture::Format format = capture::Format::Csv;
+    double duration = 0;
+    std::uint64_t count = 0;
+    QString viewFilter;
+    std::optional<unsigned> pid;
+    std::optional<QString> message;
+    bool quiet = false;
+    int key = ZelTracer::s_VisaSharedMemoryKey;
+    std::string semaphore = ZelTracer::s_SharedMemoryMutexName;
+    QString ring = LiveTraceModel::defaultSharedRingName();
+};
+
+void fail(QString const& text)
+{
+    std::fprintf(stderr, "zel-record: %s\n", qUtf8Printable(text));
+}
+
+// Usage errors end the program with 1, as QCommandLineParser does for unknown options.
+std::optional<Options> parse(QCoreApplication const& app)
+{
+    QCommandLineParser parser;
+    parser.setApplicationDescription(QStringLiteral(
+        "Records the VISA calls of every traced process into a file, without a window.\n"
+        "Stops after --duration or --count, or on Ctrl+C, SIGTERM or SIGHUP, and always writes a complete "
+        "file.\nTracing is switched on if it is off, and off again at the end when no other copy of the "
+        "tool is running."));
+    parser.addHelpOption();
+    parser.addVersionOption();
+    const QCommandLineOption output({QStringLiteral("o"), QStringLiteral("output")},
+                                    QStringLiteral("The file to write (replaced if it exists)."),
+                                    QStringLiteral("file"));
+    const QCommandLineOption format(QStringLiteral("format"),
+                                    QStringLiteral("csv, text (as \"Save view\") or timeline (Trace Event JSON for "
+                                                   "Perfetto and chrome://tracing). Default: from the file "
+                                                   "suffix (.csv, .json, else text)."),
+                                    QStringLiteral("format"));
+    const QCommandLineOption duration(QStringLiteral("duration"), QStringLiteral("Stop after this many seconds."),
+                                      QStringLiteral("seconds"));
+    const QCommandLineOption count(QStringLiteral("count"), QStringLiteral("Stop after this many rows."),
+                                   QStringLiteral("n"));
+    const QCommandLineOption viewFilter(QStringLiteral("view-filter"),
+                                        QStringLiteral("Keep only the rows these view filters show (a *.viewfilter "
+                                                       "file saved by the window)."),
+                                        QStringLiteral("file"));
+    const QCommandLineOption pid(QStringLiteral("pid"),
+                                 QStringLiteral("Record filter: only this process (0 = every process). Set for "
+                                                "every copy of the tool, as the window's record filter is."),
+                                 QStringLiteral("pid"));
+    const QCommandLineOption message(QStringLiteral("message"),
+                                     QStringLiteral("Record filter: only calls whose text contains this."),
+                                     QStringLiteral("text"));
+    const QCommandLineOption quiet({QStringLiteral("q"), QStringLiteral("quiet")},
+                                   QStringLiteral("No progress line and no summary."));
+    // Private segment, semaphore and ring, so that tests never meet a user's tool.
+    QCommandLineOption key(QStringLiteral("segment-key"), QStringLiteral("For tests."), QStringLiteral("key"));
+    QCommandLineOption semaphore(QStringLiteral("segment-semaphore"), QStringLiteral("For tests."),
+                                 QStringLiteral("name"));
+    QCommandLineOption ring(QStringLiteral("ring"), QStringLiteral("For tests."), QStringLiteral("name"));
+    for (QCommandLineOption* hidden : {&key, &semaphore, &ring})
+        hidden->setFlags(QCommandLineOption::HiddenFromHelp);
+    parser.addOptions({output, format, duration, count, viewFilter, pid, message, quiet, key, semaphore, ring});
+    parser.process(app);
+
+    Options o;
+    if (!parser.isSet(output)) {
+        fail(QStringLiteral("no output file; see --help"));
+        return std::nullopt;
+    }
+    o.output = parser.value(output);
+    o.format = capture::formatForFileName(o.output);
+    if (parser.isSet(format)) {
+        const auto f = capture::formatForName(parser.value(format));
+        if (!f) {
+            fail(QStringLiteral("unknown format \"%1\"; use csv, text or timeline").arg(parser.value(format)));
+            return std::nullopt;
+        }
+        o.format = *f;
+    }
+    bool good = true;
+    if (parser.isSet(duration)) {
+        o.duration = parser.value(duration).toDouble(&good);
+        good = good && o.duration > 0;
+    }
+    if (good && parser.isSet(count)) {
+        o.count = parser.value(count).toULongLong(&good);
+        good = good && o.count > 0;
+    }
+    if (good && parser.isSet(pid))
+        o.pid = parser.value(pid).toUInt(&good);
+    if (good && parser.isSet(key))
+        o.key = parser.value(key).toInt(&good, 0);
+    if (!good) {
+        fail(QStringLiteral("--duration, --count, --pid and --segment-key take positive numbers"));
+        return std::nullopt;
+    }
+    if (parser.isSet(message)) {
+        o.message = parser.value(message);
+        if (o.message->toLocal8Bit().size() > 255) {
+            fail(QStringLiteral("--message takes at most 255 characters"));
+            return std::nullopt;
+        }
+    }
+    o.viewFilter = parser.value(viewFilter);
+    o.quiet = parser.isSet(quiet);
+    if (parser.isSet(semaphore))
+        o.semaphore = parser.value(semaphore).toStdString();
+    if (parser.isSet(ring))
+        o.ring = parser.value(ring);
+    return o;
+}
+
+class Recorder : public QObject
+{
+public:
+    Recorder(Options const& options, ZelTracer::TraceChannelControl& control, LiveTraceModel& model, QFile& file)
+        : options(options)
+        , control(control)
+        , model(model)
+        , file(file)
+        , writer(file, options.format)
+        , progressShown(!options.quiet && isatty(STDERR_FILENO))
+    {
+        connect(&model, &LiveTraceModel::newDataCollected, this, [this] { writeRows(false); });
+        connect(&progress, &QTimer::timeout, this, &Recorder::showProgress);
+        connect(&quitSignals, &UnixSignalQuit::quitRequested, this, [this] { stop(0); });
+    }
+
+    // Returns false when recording could not start; the reason has been printed.
+    bool start()
+    {
+        ZelTracer::SharedMemoryHeader before {};
+        control.readSharedMemoryHeader(before);
+        previousPid = before.pidFilter;
+        previousMessage = std::string(before.messageFilter, strnlen(before.messageFilter, sizeof before.messageFilter));
+        if (options.pid)
+            control.setPidFilter(*options.pid);
+        if (options.message)
+            control.setMessageFilter(options.message->toLocal8Bit().toStdString());
+
+        switchedOn = !control.tracingActive();
+        if (switchedOn)
+            control.setTracingActive(true);
+        if (!model.start()) {
+            fail(QStringLiteral("tracing could not be started: the shared record ring cannot be opened"));
+            leave();
+            return false;
+        }
+        writer.begin();
+        clock.start();
+        if (options.duration > 0)
+            QTimer::singleShot(static_cast<int>(options.duration * 1000), this, [this] { stop(0); });
+        if (progressShown)
+            progress.start(500);
+        return true;
+    }
+
+    void stop(int code)
+    {
+        if (stopping)
+            return;
+        stopping = true;
+        progress.stop();
+        // What the producers wrote until now still goes into the file, the last row included.
+        model.updateSharedData();
+        model.updateInternalData();
+        model.updateDisplayData();
+        writeRows(true);
+        writer.finish();
+        file.flush();
+        if (!writer.ok() || file.error() != QFileDevice::NoError) {
+            fail(QStringLiteral("writing %1 failed: %2").arg(options.output, file.errorString()));
+            code = 2;
+        }
+        file.close();
+        leave();
+        if (progressShown)
+            std::fputc('\n', stderr);
+        if (!options.quiet)
+            std::fprintf(stderr, "zel-record: %llu rows written to %s\n", static_cast<unsigned long long>(written),
+                         qUtf8Printable(options.output));
+        QCoreApplication::exit(code);
+    }
+
+private:
+    // The last row may still change (its return record, or a repeat, can follow), so it is written
+    // only at the end; every row before it is final.
+    void writeRows(bool includeLast)
+    {
+        const int rows = model.rowCount();
+        const int end = includeLast ? rows : rows - 1;
+        int r = lastSequence == 0 ? 0 : model.rowOfSequence(lastSequence + 1);
+        if (r < 0)
+            return;
+        for (; r < end && !(options.count && written >= options.count); ++r) {
+            const LiveTraceModel::Row* row = model.displayRow(r);
+            if (!row || row->entry->reserved <= lastSequence)
+                continue;
+            writer.write(*row);
+            lastSequence = row->entry->reserved;
+            ++written;
+        }
+        file.flush();
+        // Not from here: this runs inside the model's display stage.
+        if (options.count && written >= options.count && !stopping)
+            QTimer::singleShot(0, this, [this] { stop(0); });
+    }
+
+    void showProgress()
+    {
+        std::fprintf(stderr, "\rzel-record: %llu rows, %lld s  ", static_cast<unsigned long long>(written),
+                     static_cast<long long>(clock.elapsed() / 1000));
+        std::fflush(stderr);
+    }
+
+    // Like the window's quit: tracing stops only with the last copy of the tool, and only when this
+    // recorder was the one that switched it on.
+    void leave()
+    {
+        const bool othersRemain = model.detachSharedRingBuffer();
+        if (othersRemain)
+            return;
+        if (switchedOn)
+            control.setTracingActive(false);
+        if (options.pid)
+            control.setPidFilter(previousPid);
+        if (options.message)
+            control.setMessageFilter(previousMessage);
+    }
+
+    Options const& options;
+    ZelTracer::TraceChannelControl& control;
+    LiveTraceModel& model;
+    QFile& file;
+    capture::CaptureWriter writer;
+    UnixSignalQuit quitSignals;
+    QTimer progress;
+    QElapsedTimer clock;
+    bool progressShown;
+    bool switchedOn = false;
+    bool stopping = false;
+    std::uint64_t written = 0;
+    std::uint64_t lastSequence = 0;
+    unsigned previousPid = 0;
+    std::string previousMessage;
+};
+
+} // namespace
+
+int main(int argc, char** argv)
+{
+    QCoreApplication app(argc, argv);
+    QCoreApplication::setApplicationName(QStringLiteral("zel-record"));
+    QCoreApplication::setApplicationVersion(QLatin1String(ZelTracer::s_VersionString));
+    const std::optional<Options> options = parse(app);
+    if (!options)
+        return 1;
+
+    ModelFilters filters;
+    if (!options->viewFilter.isEmpty()) {
+        QFile filterFile(options->viewFilter);
+        if (!filterFile.open(QIODevice::ReadOnly) || !filters.loadViewFilterFile(filterFile)) {
+            fail(QStringLiteral("%1 is not a view filter file that can be read").arg(options->viewFilter));
+            return 1;
+        }
+    }
+    QFile file(options->output);
+    if (!file.open(QIODevice::WriteOnly | QIODevice::Truncate)) {
+        fail(QStringLiteral("cannot write %1: %2").arg(options->output, file.errorString()));
+        return 2;
+    }
+
+    ZelTracer::TraceChannelControl control(options->key, ZelTracer::s_VisaSharedMemorySize, options->semaphore);
+    LiveTraceModel model(nullptr, control, options->ring);
+    // Every call gets its own row: a recording is read by people and programs that count calls.
+    model.setCollapseSameCommands(false);
+    model.setFilter(filters);
+
+    Recorder recorder(*options, control, model, file);
+    if (!recorder.start())
+        return 2;
+    return app.exec();
+}
