@@ -7,6 +7,7 @@ packages=(
     qtbase5-dev qtbase5-dev-tools
     libbenchmark-dev
     xvfb xauth
+    libqt5svg5-dev desktop-file-utils appstream
 )
 
 missing=()
