@@ -402,13 +402,17 @@ void TestMainWindow::readerKeepsPlaceWhenRowsLeave()
 {
     QFETCH(int, currentRow);
     std::uint64_t id = 0;
-    auto writeCalls = [&](int n) {
+    auto writeCalls = [&](int n, bool display) {
         for (int i = 0; i < n; ++i, ++id)
             write(40, 1, id, 0, qPrintable(QStringLiteral("viWrite(0x1, \"%1\")").arg(id)));
-        capture();
+        if (display)
+            return capture();
+        QTest::qWait(LiveTraceModel::s_TimerInterval + 10);
+        model.updateSharedData();
+        model.updateInternalData();
     };
-    writeCalls(5000);
-    writeCalls(3510);
+    writeCalls(5000, true);
+    writeCalls(3510, true);
     QCOMPARE(model.rowCount(), 8510);
 
     auto* view = shownView();
@@ -417,12 +421,15 @@ void TestMainWindow::readerKeepsPlaceWhenRowsLeave()
     view->scrollTo(model.index(4000, 9), QAbstractItemView::PositionAtTop);
     const std::uint64_t topRecord = model.displayRow(view->rowAt(0))->entry->id;
 
-    writeCalls(120);
+    writeCalls(120, true);
     QCOMPARE(model.rowCount(), 8510);
     QCOMPARE(model.displayRow(view->rowAt(0))->entry->id, topRecord);
+    // A click between the internal and the display stage, when the newest records have overwritten
+    // the local slots of the oldest rows.
+    writeCalls(60, false);
     QTest::mouseClick(view->viewport(), Qt::LeftButton, {},
                       QPoint(5, view->rowViewportPosition(view->rowAt(0) + 3) + 2));
-    writeCalls(60);
+    capture();
     QCOMPARE(model.rowCount(), 8510);
     QCOMPARE(model.displayRow(view->rowAt(0))->entry->id, topRecord);
     QCOMPARE(model.displayRow(view->currentIndex().row())->entry->id, topRecord + 3);
