@@ -1,7 +1,11 @@
 #include "MainWindow.h"
 
+#include "CellToolTips.h"
 #include "CommandLine.h"
+#include "DetailsPane.h"
 #include "FilterDialog.h"
+#include "FindBar.h"
+#include "StatisticsPane.h"
 #include "TraceApplication.h"
 #include "ViewFilterDialog.h"
 #include "WindowPlacement.h"
@@ -19,6 +23,7 @@
 #include <QMenu>
 #include <QMenuBar>
 #include <QMessageBox>
+#include <QScreen>
 #include <QSettings>
 #include <QSignalMapper>
 
@@ -75,6 +80,7 @@ MainWindow::MainWindow(QWidget* parent, TraceApplication& app)
     ui->setupUi(this);
     setupUi();
     setupConnections();
+    setupAnalysis();
     restoreWindowSettings();
     applyCommandLine();
     // Takes over a tracing or recording state that another program set before this tool started.
@@ -84,6 +90,7 @@ MainWindow::MainWindow(QWidget* parent, TraceApplication& app)
 MainWindow::~MainWindow()
 {
     saveWindowSettings();
+    saveAnalysisSettings();
     // The model outlives the window; it must not reach for the view that goes with it.
     app.getModel().selectionModel = nullptr;
     app.getModel().tableView = nullptr;
@@ -272,8 +279,11 @@ void MainWindow::newDataCollected()
 {
     if (scrollToBottom)
         ui->liveView->scrollToBottom();
-    if (ui->actionPauseOnError->isChecked() && app.getModel().errorInDisplay && !ui->actionPause->isChecked())
+    if (ui->actionPauseOnError->isChecked() && app.getModel().errorInDisplay && !ui->actionPause->isChecked()) {
         ui->actionPause->toggle();
+        // The reader lands on the failed call that stopped the view.
+        findBar->showRow(RowSearch::findError(app.getModel(), -1, true));
+    }
     updateStatusBar();
 }
 
@@ -517,6 +527,87 @@ void MainWindow::saveWindowSettings() const
         if (filter.type <= SingleFilter::HighlightCommand)
             settings.setValue(filterColorKey(n++), filter.color);
     }
+    settings.endGroup();
+}
+
+// ---- Analysis: details, find, errors, statistics ----
+
+namespace {
+
+constexpr char const* s_AnalysisGroup = "Analysis";
+constexpr char const* s_DetailsVisibleKey = "DetailsPaneVisible";
+constexpr char const* s_StatisticsVisibleKey = "StatisticsPaneVisible";
+
+} // namespace
+
+void MainWindow::setupAnalysis()
+{
+    LiveTraceModel& model = app.getModel();
+    QTableView* view = ui->liveView;
+    QSettings settings;
+
+    // Without a stored size the form's size would hide the Command column: a first start takes a
+    // size that shows it, within the screen. A stored size still wins when the settings are restored.
+    if (!settings.contains(QLatin1String(s_SettingsGroup) + QStringLiteral("/size")))
+        resize(QSize(1200, 760).boundedTo(QGuiApplication::primaryScreen()->availableGeometry().size()));
+
+    // Room for typical values, in bold, as the current call's rows show.
+    QFont bold = view->font();
+    bold.setBold(true);
+    const QFontMetrics metrics(bold);
+    auto widen = [view, &metrics](int column, const char* sample) {
+        view->horizontalHeader()->resizeSection(column, metrics.horizontalAdvance(QLatin1String(sample)) + 16);
+    };
+    widen(LiveTraceModel::TimestampColumn, "00:00:00.000");
+    widen(LiveTraceModel::ElapsedTimeColumn, "00000.000000 s");
+    widen(LiveTraceModel::AddressColumn, "TCPIP0::192.168.1.10::inst0::INSTR");
+    widen(LiveTraceModel::DurationColumn, "1000.000 ms");
+    widen(LiveTraceModel::StatusColumn, "VI_ERROR_RSRC_NFOUND");
+
+    new CellToolTips(view);
+    findBar = new FindBar(model, view);
+    detailsPane = new DetailsPane(model, view, this);
+    addDockWidget(Qt::BottomDockWidgetArea, detailsPane);
+    statisticsPane = new StatisticsPane(model, this);
+    addDockWidget(Qt::RightDockWidgetArea, statisticsPane);
+    settings.beginGroup(QLatin1String(s_AnalysisGroup));
+    detailsPane->setVisible(settings.value(QLatin1String(s_DetailsVisibleKey), true).toBool());
+    statisticsPane->setVisible(settings.value(QLatin1String(s_StatisticsVisibleKey), false).toBool());
+    settings.endGroup();
+    resizeDocks({detailsPane}, {height() * 2 / 5}, Qt::Vertical);
+
+    auto addAction = [this](const QString& text, const QKeySequence& key, void (FindBar::*slot)()) {
+        QAction* action = analysisMenu->addAction(text);
+        action->setShortcut(key);
+        connect(action, &QAction::triggered, findBar, slot);
+    };
+    addAction(tr("&Find..."), QKeySequence(Qt::CTRL + Qt::Key_F), &FindBar::activate);
+    addAction(tr("Find &next"), QKeySequence(Qt::Key_F3), &FindBar::findNext);
+    addAction(tr("Find &previous"), QKeySequence(Qt::SHIFT + Qt::Key_F3), &FindBar::findPrevious);
+    analysisMenu->addSeparator();
+    addAction(tr("Next &error"), QKeySequence(Qt::Key_F8), &FindBar::nextError);
+    addAction(tr("Pre&vious error"), QKeySequence(Qt::SHIFT + Qt::Key_F8), &FindBar::previousError);
+    onlyErrorsAction = analysisMenu->addAction(tr("&Only errors"));
+    onlyErrorsAction->setCheckable(true);
+    connect(onlyErrorsAction, &QAction::toggled, this, [this](bool only) {
+        app.getModel().setOnlyErrors(only);
+        updateStatusBar();
+    });
+    analysisMenu->addSeparator();
+    QAction* details = detailsPane->toggleViewAction();
+    details->setText(tr("&Details pane"));
+    analysisMenu->addAction(details);
+    QAction* statistics = statisticsPane->toggleViewAction();
+    statistics->setText(tr("&Statistics pane"));
+    analysisMenu->addAction(statistics);
+}
+
+void MainWindow::saveAnalysisSettings() const
+{
+    QSettings settings;
+    settings.beginGroup(QLatin1String(s_AnalysisGroup));
+    settings.setValue(QLatin1String(s_DetailsVisibleKey), !detailsPane->isHidden());
+    settings.setValue(QLatin1String(s_StatisticsVisibleKey), !statisticsPane->isHidden());
     settings.endGroup();
 }
 

@@ -12,10 +12,15 @@
 class QLabel;
 class QMenu;
 class QSignalMapper;
+class QAction;
 class TraceApplication;
 class Ui_MainWindow;
 
 namespace gui {
+
+class DetailsPane;
+class FindBar;
+class StatisticsPane;
 
 // The tool's only window: the live table, the log-file row, menus, tool bar and status bar. It owns
 // no trace data; every command goes to the application or to its model.
@@ -66,6 +71,9 @@ private:
     void restoreWindowSettings();
     void saveWindowSettings() const;
     void applyCommandLine();
+    // Details, find, errors and statistics beside the window's fixed parts; one place for their wiring.
+    void setupAnalysis();
+    void saveAnalysisSettings() const;
 
     std::unique_ptr<Ui_MainWindow> ui;
     TraceApplication& app;
@@ -81,6 +89,10 @@ private:
     // Menus beside the fixed ones: analysis and capture actions after "View", then help.
     QMenu* analysisMenu = nullptr;
     QMenu* helpMenu = nullptr;
+    DetailsPane* detailsPane = nullptr;
+    StatisticsPane* statisticsPane = nullptr;
+    FindBar* findBar = nullptr;
+    QAction* onlyErrorsAction = nullptr;
 };
 
 } // namespace gui

@@ -713,6 +713,16 @@ QVariant LiveTraceModel::data(const QModelIndex& index, int role) const
             return bold;
         }
         return QVariant();
+    case Qt::ForegroundRole: {
+        // Text on a row colour of its own (the light red of errors, a highlight) stays readable
+        // when a dark theme would draw it light.
+        const QVariant background = data(index, Qt::BackgroundRole);
+        if (!background.isValid())
+            return QVariant();
+        const QColor colour = background.userType() == QMetaType::QColor ? background.value<QColor>()
+                                                                         : background.value<QBrush>().color();
+        return QColor(qGray(colour.rgb()) > 127 ? Qt::black : Qt::white);
+    }
     default:
         return QVariant();
     }

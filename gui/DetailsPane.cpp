@@ -1,0 +1,122 @@
+#include "DetailsPane.h"
+
+#include "LiveTraceModel.h"
+#include "RecordDetails.h"
+
+#include <QClipboard>
+#include <QFontDatabase>
+#include <QGuiApplication>
+#include <QHBoxLayout>
+#include <QLabel>
+#include <QPlainTextEdit>
+#include <QPushButton>
+#include <QSplitter>
+#include <QTableView>
+#include <QVBoxLayout>
+
+namespace gui {
+
+namespace {
+
+QPlainTextEdit* makeText(QWidget* parent)
+{
+    auto* text = new QPlainTextEdit(parent);
+    text->setReadOnly(true);
+    text->setTextInteractionFlags(Qt::TextSelectableByMouse | Qt::TextSelectableByKeyboard);
+    text->setFont(QFontDatabase::systemFont(QFontDatabase::FixedFont));
+    text->setLineWrapMode(QPlainTextEdit::WidgetWidth);
+    text->setWordWrapMode(QTextOption::WrapAtWordBoundaryOrAnywhere);
+    return text;
+}
+
+// Replacing the text drops the reader's selection and scroll position: only do it on a change.
+void setIfChanged(QPlainTextEdit* edit, const QString& text)
+{
+    if (edit->toPlainText() != text)
+        edit->setPlainText(text);
+}
+
+} // namespace
+
+DetailsPane::DetailsPane(LiveTraceModel& model, QTableView* view, QWidget* parent)
+    : QDockWidget(tr("Details"), parent)
+    , model(model)
+    , view(view)
+{
+    setObjectName(QStringLiteral("detailsPane"));
+    auto* content = new QWidget(this);
+    auto* layout = new QVBoxLayout(content);
+    layout->setContentsMargins(4, 4, 4, 4);
+    auto* top = new QHBoxLayout;
+    summary = new QLabel(content);
+    summary->setTextInteractionFlags(Qt::TextSelectableByMouse);
+    summary->setWordWrap(true);
+    auto* copy = new QPushButton(tr("Copy details"), content);
+    top->addWidget(summary, 1);
+    top->addWidget(copy, 0);
+    layout->addLayout(top);
+    auto* splitter = new QSplitter(Qt::Horizontal, content);
+    callText = makeText(splitter);
+    returnText = makeText(splitter);
+    callText->setObjectName(QStringLiteral("detailsCall"));
+    returnText->setObjectName(QStringLiteral("detailsReturn"));
+    splitter->addWidget(callText);
+    splitter->addWidget(returnText);
+    layout->addWidget(splitter, 1);
+    setWidget(content);
+
+    connect(copy, &QPushButton::clicked, this, &DetailsPane::copyToClipboard);
+    connect(view->selectionModel(), &QItemSelectionModel::currentChanged, this, &DetailsPane::refresh);
+    connect(&model, &LiveTraceModel::newDataCollected, this, &DetailsPane::refresh);
+    connect(&model, &QAbstractItemModel::modelReset, this, &DetailsPane::refresh);
+    connect(this, &QDockWidget::visibilityChanged, this, [this](bool visible) {
+        if (visible)
+            refresh();
+    });
+    refresh();
+}
+
+QStringList DetailsPane::rowLines(const LiveTraceModel& model, int row, QStringList* callLines,
+                                  QStringList* returnLines)
+{
+    using namespace RecordDetails;
+    const LiveTraceModel::Entry* record = model.recordAt(row);
+    if (!record)
+        return {};
+    const LiveTraceModel::Entry* partner = findPartner(model.getLocalRing(), *record);
+    const LiveTraceModel::Entry* call = record->kind == 0 ? record : partner;
+    const LiveTraceModel::Entry* ret = record->kind == 0 ? partner : record;
+    const QStringList callPart = call ? recordLines(*call) : QStringList {QStringLiteral("Call record not held")};
+    const QStringList returnPart
+        = ret ? recordLines(*ret) : QStringList {QStringLiteral("Not returned yet (no return record held)")};
+    if (callLines)
+        *callLines = callPart;
+    if (returnLines)
+        *returnLines = returnPart;
+    return QStringList {summaryLine(call, ret), QString()} + callPart + QStringList {QString()} + returnPart;
+}
+
+void DetailsPane::refresh()
+{
+    // Hidden panes cost nothing while records pour in.
+    if (isHidden())
+        return;
+    QStringList callLines;
+    QStringList returnLines;
+    const QStringList lines = rowLines(model, view->currentIndex().row(), &callLines, &returnLines);
+    summary->setText(lines.isEmpty() ? tr("Select a row to see its call whole.") : lines.first());
+    setIfChanged(callText, callLines.join(QLatin1Char('\n')));
+    setIfChanged(returnText, returnLines.join(QLatin1Char('\n')));
+}
+
+QString DetailsPane::text() const
+{
+    return rowLines(model, view->currentIndex().row()).join(QLatin1Char('\n'));
+}
+
+void DetailsPane::copyToClipboard() const
+{
+    QGuiApplication::clipboard()->setText(text());
+}
+
+} // namespace gui

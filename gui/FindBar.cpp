@@ -1,0 +1,207 @@
+#include "FindBar.h"
+
+#include "LiveTraceModel.h"
+
+#include <QCheckBox>
+#include <QEvent>
+#include <QHBoxLayout>
+#include <QHeaderView>
+#include <QKeyEvent>
+#include <QLabel>
+#include <QLineEdit>
+#include <QPainter>
+#include <QStyledItemDelegate>
+#include <QTableView>
+#include <QToolButton>
+
+namespace gui {
+
+namespace {
+
+// Frames the searched cells of matching rows; the row colours stay as they are.
+class MatchDelegate : public QStyledItemDelegate
+{
+public:
+    MatchDelegate(const RowSearch& search, QObject* parent)
+        : QStyledItemDelegate(parent)
+        , search(search)
+    { }
+
+    void paint(QPainter* painter, const QStyleOptionViewItem& option, const QModelIndex& index) const override
+    {
+        QStyledItemDelegate::paint(painter, option, index);
+        const int column = index.column();
+        if (!search.isActive()
+            || (column != LiveTraceModel::AddressColumn && column != LiveTraceModel::StatusColumn
+                && column != LiveTraceModel::CommandColumn))
+            return;
+        const auto* model = qobject_cast<const LiveTraceModel*>(index.model());
+        if (!model || !search.matches(*model, index.row()))
+            return;
+        painter->save();
+        painter->setPen(QPen(QColor(255, 140, 0), 2));
+        painter->setBrush(Qt::NoBrush);
+        painter->drawRect(option.rect.adjusted(1, 1, -1, -1));
+        painter->restore();
+    }
+
+private:
+    const RowSearch& search;
+};
+
+} // namespace
+
+FindBar::FindBar(LiveTraceModel& model, QTableView* view)
+    : QFrame(view)
+    , model(model)
+    , view(view)
+{
+    setObjectName(QStringLiteral("findBar"));
+    setFrameShape(QFrame::StyledPanel);
+    setAutoFillBackground(true);
+    auto* layout = new QHBoxLayout(this);
+    layout->setContentsMargins(4, 2, 4, 2);
+    edit = new QLineEdit(this);
+    edit->setPlaceholderText(tr("Find in command, address, status"));
+    edit->setClearButtonEnabled(true);
+    edit->setMinimumWidth(220);
+    regex = new QCheckBox(tr("Regular expression"), this);
+    status = new QLabel(this);
+    auto addButton = [this, layout](const QString& text, const QString& tip, void (FindBar::*slot)()) {
+        auto* button = new QToolButton(this);
+        button->setText(text);
+        button->setToolTip(tip);
+        button->setAutoRaise(true);
+        connect(button, &QToolButton::clicked, this, slot);
+        layout->addWidget(button);
+    };
+    layout->addWidget(edit);
+    layout->addWidget(regex);
+    layout->addWidget(status);
+    addButton(QStringLiteral("\u2191"), tr("Previous match (Shift+F3)"), &FindBar::findPrevious);
+    addButton(QStringLiteral("\u2193"), tr("Next match (F3)"), &FindBar::findNext);
+    addButton(QStringLiteral("\u00D7"), tr("Close (Esc)"), &QWidget::hide);
+
+    view->setItemDelegate(new MatchDelegate(rowSearch, view));
+    view->installEventFilter(this);
+    edit->installEventFilter(this);
+    connect(edit, &QLineEdit::textChanged, this, &FindBar::patternChanged);
+    connect(regex, &QCheckBox::toggled, this, &FindBar::patternChanged);
+    connect(&model, &LiveTraceModel::newDataCollected, this, &FindBar::rowsChanged);
+    hide();
+}
+
+QString FindBar::statusText() const
+{
+    return status->text();
+}
+
+void FindBar::activate()
+{
+    place();
+    show();
+    raise();
+    edit->setFocus(Qt::ShortcutFocusReason);
+    edit->selectAll();
+}
+
+void FindBar::patternChanged()
+{
+    const bool valid = rowSearch.setPattern(edit->text(), regex->isChecked());
+    edit->setStyleSheet(valid ? QString() : QStringLiteral("QLineEdit { color: #c00000; }"));
+    rowsChanged();
+    view->viewport()->update();
+}
+
+void FindBar::rowsChanged()
+{
+    if (!rowSearch.errorString().isEmpty()) {
+        status->setText(rowSearch.errorString());
+        return;
+    }
+    if (!rowSearch.isActive()) {
+        status->clear();
+        return;
+    }
+    const int count = rowSearch.countMatches(model);
+    status->setText(count == 0 ? tr("No match") : count == 1 ? tr("1 match") : tr("%1 matches").arg(count));
+}
+
+void FindBar::showRow(int row)
+{
+    if (row < 0)
+        return;
+    int column = view->currentIndex().column();
+    for (int c = 0; column < 0 && c < model.columnCount(); ++c) {
+        if (!view->isColumnHidden(c))
+            column = c;
+    }
+    const QModelIndex index = model.index(row, std::max(column, 0));
+    view->selectionModel()->setCurrentIndex(index, QItemSelectionModel::ClearAndSelect | QItemSelectionModel::Rows);
+    view->scrollTo(index, QAbstractItemView::PositionAtCenter);
+}
+
+void FindBar::findNext()
+{
+    if (!rowSearch.isActive()) {
+        activate();
+        return;
+    }
+    showRow(rowSearch.find(model, view->currentIndex().row(), true));
+}
+
+void FindBar::findPrevious()
+{
+    if (!rowSearch.isActive()) {
+        activate();
+        return;
+    }
+    showRow(rowSearch.find(model, view->currentIndex().row(), false));
+}
+
+void FindBar::nextError()
+{
+    showRow(RowSearch::findError(model, view->currentIndex().row(), true));
+}
+
+void FindBar::previousError()
+{
+    showRow(RowSearch::findError(model, view->currentIndex().row(), false));
+}
+
+void FindBar::place()
+{
+    adjustSize();
+    const QRect area = view->viewport()->geometry();
+    const int width = std::min(sizeHint().width(), area.width());
+    setGeometry(area.right() - width - 8, area.top() + 4, width, sizeHint().height());
+}
+
+bool FindBar::eventFilter(QObject* watched, QEvent* event)
+{
+    if (watched == view && event->type() == QEvent::Resize && isVisible())
+        place();
+    if (watched == edit && event->type() == QEvent::KeyPress) {
+        const auto* key = static_cast<QKeyEvent*>(event);
+        if (key->key() == Qt::Key_Return || key->key() == Qt::Key_Enter) {
+            if (key->modifiers() & Qt::ShiftModifier)
+                findPrevious();
+            else
+                findNext();
+            return true;
+        }
+    }
+    return QFrame::eventFilter(watched, event);
+}
+
+void FindBar::keyPressEvent(QKeyEvent* event)
+{
+    if (event->key() == Qt::Key_Escape) {
+        hide();
+        view->setFocus();
+        return;
+    }
+    QFrame::keyPressEvent(event);
+}
+
+} // namespace gui
