@@ -54,15 +54,18 @@ bool sameRecord(const ZelTracer::FullEntry& a, const ZelTracer::FullEntry& b)
     return a.kind == b.kind && a.id == b.id && a.pid == b.pid && a.timestamp == b.timestamp;
 }
 
-// Every field but the reserved word, which only the local copies carry: two calls of different threads
-// may share kind, id, pid and timestamp, and then the thread or the text tells them apart.
+// Every field but the reserved word, which only the local copies carry, and the text up to its end:
+// two calls of different threads may share kind, id, pid and timestamp, and then the thread or the
+// text tells them apart.
 bool identicalRecord(const ZelTracer::FullEntry& a, const ZelTracer::FullEntry& b)
 {
-    constexpr std::size_t skip = offsetof(ZelTracer::FullEntry, reserved) + sizeof a.reserved;
-    return sameRecord(a, b) && std::memcmp(&a, &b, offsetof(ZelTracer::FullEntry, reserved)) == 0
-        && std::memcmp(reinterpret_cast<const char*>(&a) + skip, reinterpret_cast<const char*>(&b) + skip,
-                       sizeof a - skip)
-        == 0;
+    constexpr std::size_t afterReserved = offsetof(ZelTracer::FullEntry, reserved) + sizeof a.reserved;
+    constexpr std::size_t text = offsetof(ZelTracer::FullEntry, text);
+    const char* x = reinterpret_cast<const char*>(&a);
+    const char* y = reinterpret_cast<const char*>(&b);
+    return sameRecord(a, b) && std::memcmp(x, y, offsetof(ZelTracer::FullEntry, reserved)) == 0
+        && std::memcmp(x + afterReserved, y + afterReserved, text - afterReserved) == 0
+        && std::strncmp(a.text, b.text, sizeof a.text) == 0;
 }
 
 // Wall-clock milliseconds of another process may lie anywhere: differences saturate instead of overflowing.
@@ -172,14 +175,16 @@ void LiveTraceModel::updateSharedData()
     if (channelControl.countCopy() == 0)
         return;
 
-    // Start behind the newest record the shared ring already holds, if the snapshot has it.
+    // Start behind the newest record the shared ring already holds, if the snapshot has it. The
+    // lookup matches four fields only; a new record of another thread can share them, so the match
+    // must be the very record.
     const ZelTracer::BufferEntryIterator end = channelControl.end();
     ZelTracer::BufferEntryIterator it = channelControl.begin();
     if (!sharedRing->empty()) {
         const Entry& newest = (*sharedRing)(previous(sharedRing->end, sharedRing->numberOfElements()));
         const ZelTracer::BufferEntryIterator found
             = channelControl.find(newest.id, newest.pid, newest.kind, newest.timestamp);
-        if (found != end) {
+        if (found != end && *found && identicalRecord(**found, newest)) {
             it = found;
             ++it;
         }
@@ -570,8 +575,12 @@ void LiveTraceModel::announceRowChanges()
         const int goneHeight = tableView ? tableView->rowViewportPosition(gone - 1) + tableView->rowHeight(gone - 1)
                 - tableView->rowViewportPosition(0)
                                          : 0;
+        // While the removal is open the view still counts the old rows: those above the kept ones
+        // show nothing, the kept ones already show their new place.
+        rowShift = gone;
         beginRemoveRows(QModelIndex(), 0, gone - 1);
         announcedRows.erase(announcedRows.begin(), announcedRows.begin() + gone);
+        rowShift = 0;
         endRemoveRows();
         if (tableView)
             tableView->verticalScrollBar()->setValue(tableView->verticalScrollBar()->value() - goneHeight);
@@ -639,22 +648,24 @@ int LiveTraceModel::rowOfSequence(std::uint64_t sequence) const
 
 // ---- Cells ----
 
-int LiveTraceModel::rowCount(const QModelIndex&) const
+// A flat table: rows have no children.
+int LiveTraceModel::rowCount(const QModelIndex& parent) const
 {
-    return static_cast<int>(announcedRows.size());
+    return parent.isValid() ? 0 : static_cast<int>(announcedRows.size());
 }
 
-int LiveTraceModel::columnCount(const QModelIndex&) const
+int LiveTraceModel::columnCount(const QModelIndex& parent) const
 {
-    return ColumnCount;
+    return parent.isValid() ? 0 : ColumnCount;
 }
 
 const LiveTraceModel::Row* LiveTraceModel::displayRow(int row) const
 {
-    if (row < 0 || row >= rowCount() || static_cast<std::uint32_t>(row) >= displayRing.size())
+    const int position = row - rowShift;
+    if (row < rowShift || row >= rowCount() || static_cast<std::uint32_t>(position) >= displayRing.size())
         return nullptr;
     const Row* shown
-        = &displayRing((displayRing.begin + static_cast<std::uint32_t>(row)) % displayRing.numberOfElements());
+        = &displayRing((displayRing.begin + static_cast<std::uint32_t>(position)) % displayRing.numberOfElements());
     // The internal stage refills local slots between display stages; a row whose record was
     // overwritten shows nothing rather than another call.
     if (shown->entry->reserved != announcedRows[static_cast<std::size_t>(row)])

@@ -179,6 +179,8 @@ private:
     // Set while rows are being announced to the view; a refresh asked for then is sent afterwards.
     bool announcing = false;
     bool refreshPending = false;
+    // Rows at the top that the view still counts while their removal is being announced.
+    int rowShift = 0;
     // The next display stage resets the view instead of announcing a difference.
     bool resetPending = false;
     // clear() restarted the numbering: none of the rows the view knows can be matched any more.

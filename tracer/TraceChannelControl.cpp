@@ -65,8 +65,9 @@ void BufferEntryIterator::processCurrent()
             return;
         slot = control->copySlot(current);
     }
-    // An 80-character last chunk carries no terminator of its own.
-    entry.text[k + s_SlotTextSize] = '\0';
+    // An 80-character last chunk carries no terminator of its own; what follows is cleared so that a
+    // record never carries bytes of the one walked before it.
+    std::memset(entry.text + k + s_SlotTextSize, 0, sizeof entry.text - k - s_SlotTextSize);
     valid = true;
 }
 

@@ -69,6 +69,7 @@ struct Pipeline
 } // namespace
 
 Q_DECLARE_METATYPE(std::vector<Call>)
+Q_DECLARE_METATYPE(std::vector<std::vector<Call>>)
 
 class TestLiveTraceModel : public QObject
 {
@@ -79,6 +80,8 @@ private slots:
     void displayRows_data();
     void displayRows();
     void collapsingOff();
+    void everyRecordTakenOnce_data();
+    void everyRecordTakenOnce();
     void cells();
     void colours();
     void currentCallIsBold();
@@ -156,6 +159,49 @@ void TestLiveTraceModel::displayRows()
     for (const Call& c : calls)
         p.write(c);
     p.capture();
+    QCOMPARE(p.rows(), rows);
+}
+
+void TestLiveTraceModel::everyRecordTakenOnce_data()
+{
+    QTest::addColumn<std::vector<std::vector<Call>>>("batches");
+    QTest::addColumn<std::uint32_t>("hiddenThread");
+    QTest::addColumn<QStringList>("rows");
+
+    QTest::newRow("a record sharing kind, id, pid and timestamp with the last taken one")
+        << std::vector<std::vector<Call>> {{{5, 1, 10, 0, "a"}},
+                                           {{5, 2, 11, 0, "b"}, {5, 3, 10, 0, "c"}, {5, 1, 12, 0, "d"}}}
+        << 0u
+        << QStringList {QStringLiteral("0 a "), QStringLiteral("0 b "), QStringLiteral("0 c "), QStringLiteral("0 d ")};
+    QTest::newRow("pid 0 as the newest record") << std::vector<std::vector<Call>> {{{0, 1, 1, 1, "zero"}}, {}, {}} << 0u
+                                                << QStringList {QStringLiteral("2 zero 2.000 ms")};
+    QTest::newRow("the first batch is taken even when the filters hide all of it")
+        << std::vector<std::vector<Call>> {{{5, 9, 1, 0, "x"}, {5, 9, 2, 0, "y"}}} << 9u
+        << QStringList {QStringLiteral("0 x "), QStringLiteral("0 y ")};
+}
+
+// Taking from the shared ring neither loses nor repeats a record, whatever fields records share.
+void TestLiveTraceModel::everyRecordTakenOnce()
+{
+    QFETCH(std::vector<std::vector<Call>>, batches);
+    QFETCH(std::uint32_t, hiddenThread);
+    QFETCH(QStringList, rows);
+
+    Pipeline p(10);
+    QVERIFY(p.model.start());
+    p.model.stop(); // driven by hand here
+    if (hiddenThread != 0) {
+        SingleFilter hide;
+        hide.type = SingleFilter::ExcludeThread;
+        hide.value = hiddenThread;
+        p.model.addFilter(hide);
+    }
+    for (const std::vector<Call>& batch : batches) {
+        for (const Call& c : batch)
+            p.write(c);
+        p.capture();
+    }
+    p.model.setFilter(ModelFilters());
     QCOMPARE(p.rows(), rows);
 }
 
