@@ -121,6 +121,23 @@ void BM_SnapshotTick(benchmark::State& state)
 }
 BENCHMARK(BM_SnapshotTick)->Unit(benchmark::kMillisecond);
 
+// What the segment lock is held for: the snapshot of a ring holding this many slots (-1: full).
+// Without a reset, so the same fill is copied every time.
+void BM_SnapshotHold(benchmark::State& state)
+{
+    Pipeline p;
+    if (state.range(0) < 0) {
+        p.fillSegment();
+    } else {
+        for (std::int64_t i = 0; i < state.range(0); ++i)
+            p.producer.write(streamRecord(p.next++));
+    }
+    for (auto _ : state)
+        p.control.copySharedMemory(false);
+    state.counters["slots"] = static_cast<double>(p.control.countCopy());
+}
+BENCHMARK(BM_SnapshotHold)->Arg(0)->Arg(100)->Arg(-1)->Unit(benchmark::kMicrosecond);
+
 void BM_SharedStageTick(benchmark::State& state)
 {
     Pipeline p;
@@ -182,6 +199,7 @@ BENCHMARK(BM_DisplayStageTick)
     ->Args({1, 0})
     ->Args({0, 0})
     ->Args({1, 5})
+    ->Args({1, 20})
     ->Unit(benchmark::kMillisecond);
 
 // One record against n rules of one kind that do not match it, the costliest case for a hide
