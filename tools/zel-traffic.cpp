@@ -16,7 +16,6 @@
 #include <cinttypes>
 #include <cstdio>
 #include <cstring>
-#include <memory>
 #include <random>
 #include <string>
 #include <thread>
@@ -315,22 +314,19 @@ struct Totals
 Totals runProcess(Options const& options, int processIndex)
 {
     std::atomic<std::uint64_t> nextId {1};
-    std::vector<std::unique_ptr<TraceProducer>> producers;
+    // One producer per process, shared by its threads, as a traced program has: the process's
+    // records then form one numbered sequence.
+    TraceProducer producer(options.key, s_VisaSharedMemorySize, options.semaphore, options.fileSemaphore);
     std::vector<std::thread> threads;
-    for (int t = 0; t < options.threads; ++t)
-        producers.push_back(std::make_unique<TraceProducer>(options.key, s_VisaSharedMemorySize, options.semaphore,
-                                                            options.fileSemaphore));
     for (int t = 0; t < options.threads; ++t) {
-        threads.emplace_back([&, t] {
-            Simulator(options, *producers[t], nextId, options.seed * 7919u + processIndex * 131u + t).run();
-        });
+        threads.emplace_back(
+            [&, t] { Simulator(options, producer, nextId, options.seed * 7919u + processIndex * 131u + t).run(); });
     }
+    for (std::thread& thread : threads)
+        thread.join();
     Totals totals;
-    for (int t = 0; t < options.threads; ++t) {
-        threads[t].join();
-        totals.written += producers[t]->getWritten();
-        totals.dropped += producers[t]->getDropped();
-    }
+    totals.written = producer.getWritten();
+    totals.dropped = producer.getDropped();
     if (!options.quiet)
         std::printf("pid %d: written %" PRIu64 " dropped %" PRIu64 "\n", getpid(), totals.written, totals.dropped);
     return totals;

@@ -1,0 +1,46 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <list>
+#include <unordered_map>
+
+// Counts, per traced process, the records it wrote that never reached the tool: dropped by the
+// producer for want of room, or lost between a snapshot and the reset of the ring. libzeltrace
+// numbers every record a process means to deliver and stores the number with a mark in `reserved`;
+// the gaps in each process's numbers are the loss. Records without the mark come from other
+// producers, whose `reserved` word means nothing here, and are ignored.
+//
+// Fed in arrival order with the `reserved` word as it came from the segment (before the model puts
+// its own numbers there). Memory stays bounded whatever pids arrive: past `maxProcesses` the process
+// seen least recently is forgotten (its loss stays in the total).
+class LossCounter
+{
+public:
+    static constexpr std::size_t s_DefaultMaxProcesses = 1024;
+    // A record this much behind the newest of its process arrived late (two writers were inside the
+    // lock at once); further back, the pid belongs to a new process and its numbering starts again.
+    static constexpr std::uint64_t s_ReorderWindow = 64;
+
+    explicit LossCounter(std::size_t maxProcesses = s_DefaultMaxProcesses);
+
+    void add(std::uint32_t pid, std::uint64_t reserved);
+    void clear();
+
+    std::uint64_t total() const { return lostTotal; }
+    std::uint64_t lostFor(std::uint32_t pid) const;
+    std::size_t trackedProcesses() const { return processes.size(); }
+
+private:
+    struct Process
+    {
+        std::uint64_t last;
+        std::uint64_t lost;
+        std::list<std::uint32_t>::iterator age;
+    };
+
+    std::unordered_map<std::uint32_t, Process> processes;
+    std::list<std::uint32_t> recency; // most recently seen first
+    std::size_t maxProcesses;
+    std::uint64_t lostTotal = 0;
+};

@@ -1,0 +1,218 @@
+"""The wrapper backend: delegates every VISA call to another backend and traces it."""
+
+import inspect
+import time
+
+from pyvisa import attributes, constants, errors
+from pyvisa.highlevel import VisaLibraryBase, get_wrapper_class
+from pyvisa.util import LibraryPath
+
+from ._zeltrace import CALL, RETURN, Tracer
+
+_SYSTEM_ERROR = int(constants.StatusCode.error_system_error)
+_TEXT_LIMIT = 900  # the record carries 959 characters; leave room for the other arguments
+
+# Library machinery that is not a VISA operation: inherited as is, or delegated untraced below.
+_NOT_TRACED = {
+    "_init", "__str__", "__repr__", "handle_return_value", "get_last_status_in_session", "ignore_warning",
+    "install_visa_handler", "uninstall_visa_handler", "uninstall_all_visa_handlers", "read_memory",
+    "write_memory", "move_in", "move_out", "peek", "poke", "status_description", "get_buffer_from_id",
+}
+
+# VISA names that do not follow from the method name.
+_VISA_NAMES = {
+    "open_default_resource_manager": "viOpenDefaultRM",
+    "list_resources": "viFindRsrc",
+    "parse_resource": "viParseRsrc",
+    "parse_resource_extended": "viParseRsrcEx",
+    "read_stb": "viReadSTB",
+    "gpib_control_ren": "viGpibControlREN",
+    "gpib_control_atn": "viGpibControlATN",
+    "gpib_send_ifc": "viGpibSendIFC",
+    "read_asynchronously": "viReadAsync",
+    "write_asynchronously": "viWriteAsync",
+    "move_asynchronously": "viMoveAsync",
+    "memory_allocation": "viMemAlloc",
+    "memory_free": "viMemFree",
+    "buffer_read": "viBufRead",
+    "buffer_write": "viBufWrite",
+    "set_buffer": "viSetBuf",
+    "wait_on_event": "viWaitOnEvent",
+}
+
+
+def visa_name(method):
+    return _VISA_NAMES.get(method) or "vi" + "".join(part.capitalize() for part in method.split("_"))
+
+
+def quoted(data):
+    """A C-style quoted text: what an instrument was sent or answered, control bytes escaped."""
+    if isinstance(data, str):
+        data = data.encode("latin-1", "replace")
+    out = []
+    for byte in bytes(data[:_TEXT_LIMIT]):
+        char = chr(byte)
+        if char == "\n":
+            out.append("\\n")
+        elif char == "\r":
+            out.append("\\r")
+        elif char == "\t":
+            out.append("\\t")
+        elif char in "\\\"":
+            out.append("\\" + char)
+        elif 32 <= byte < 127:
+            out.append(char)
+        else:
+            out.append("\\x%02x" % byte)
+    return '"' + "".join(out) + ('..."' if len(data) > _TEXT_LIMIT else '"')
+
+
+def argument(value):
+    if value is None:
+        return "NULL"
+    if isinstance(value, (bytes, bytearray, str)):
+        return quoted(value)
+    if isinstance(value, bool):
+        return "1" if value else "0"
+    if isinstance(value, int):
+        return str(int(value))
+    if isinstance(value, (tuple, list)):
+        return "{" + ", ".join(argument(v) for v in value) + "}"
+    return str(value)
+
+
+def attribute_name(attribute):
+    try:
+        return attributes.AttributesByID[int(attribute)].visa_name
+    except (KeyError, ValueError, TypeError):
+        return "0x%08X" % (int(attribute) & 0xFFFFFFFF)
+
+
+def split_result(result):
+    """(values, status) of what a backend method returned."""
+    if isinstance(result, tuple) and result and isinstance(result[-1], constants.StatusCode):
+        return list(result[:-1]), int(result[-1])
+    if isinstance(result, constants.StatusCode):
+        return [], int(result)
+    if isinstance(result, tuple) and len(result) == 2 and isinstance(result[1], int) \
+            and not isinstance(result[1], bool):
+        return [result[0]], int(result[1])
+    return ([] if result is None else [result]), 0
+
+
+def command_text(method, args, values, done):
+    """The command column: the call's arguments and, once it returned, its results."""
+    name = visa_name(method)
+    if method == "write":
+        session, data = args[0], args[1]
+        parts = [str(session), quoted(data), str(len(data))] + ([argument(values[0])] if done and values else [])
+    elif method == "read":
+        session, count = args[0], args[1]
+        data = values[0] if done and values else b""
+        parts = [str(session), quoted(data), str(count)] + ([str(len(data))] if done else [])
+    elif method in ("get_attribute", "set_attribute"):
+        parts = [str(args[0]), "attribute=" + attribute_name(args[1])]
+        if method == "set_attribute":
+            parts.append("value=" + argument(args[2]))
+        elif done and values:
+            parts.append("value=" + argument(values[0]))
+    else:
+        parts = [argument(a) for a in args] + ([argument(v) for v in values] if done else [])
+    return "%s(%s)" % (name, ", ".join(parts))
+
+
+class ZelTraceVisaLibrary(VisaLibraryBase):
+    """Wraps the backend named before "@zeltrace" and writes a call and a return record per call."""
+
+    @staticmethod
+    def get_library_paths():
+        return (LibraryPath("py", "default"),)
+
+    @staticmethod
+    def get_debug_info():
+        tracer = Tracer()
+        return {"Tracing library": "loaded" if tracer.lib is not None else "missing",
+                "Problem": tracer.problem()}
+
+    def _init(self):
+        spec = str(self.library_path)
+        if "/" in spec or spec.endswith(".so") or ".so." in spec:
+            self.inner = get_wrapper_class("ivi")(spec)
+        else:
+            self.inner = get_wrapper_class(spec or "py")("")
+        self.tracer = Tracer()
+        self.addresses = {}
+
+    def __getattr__(self, name):
+        # Anything else the wrapped backend offers (its session table, extras) is its own.
+        if name == "inner":
+            raise AttributeError(name)
+        return getattr(self.inner, name)
+
+    def get_last_status_in_session(self, session):
+        return self.inner.get_last_status_in_session(session)
+
+    @property
+    def last_status(self):
+        return self.inner.last_status
+
+    def ignore_warning(self, session, *warnings_constants):
+        return self.inner.ignore_warning(session, *warnings_constants)
+
+    def status_description(self, session, status):
+        return self.inner.status_description(session, status)
+
+    def get_buffer_from_id(self, job_id):
+        return self.inner.get_buffer_from_id(job_id)
+
+    def _address(self, method, args):
+        if method in ("open", "parse_resource", "parse_resource_extended") and len(args) > 1:
+            return str(args[1])
+        return self.addresses.get(args[0], "") if args and isinstance(args[0], int) else ""
+
+    def _traced(self, method, *args, **kwargs):
+        function = getattr(self.inner, method)
+        if not self.tracer.enabled():
+            return function(*args, **kwargs)
+        args = args + tuple(kwargs.values())
+        record_id = self.tracer.next_id()
+        session = args[0] if args and isinstance(args[0], int) else 0
+        address = self._address(method, args)
+        self.tracer.record(record_id, CALL, session, address, 0, 0.0, command_text(method, args, [], False))
+        start = time.perf_counter()
+        try:
+            result = function(*args)
+        except errors.VisaIOError as error:
+            self._finish(method, record_id, session, address, args, [], error.error_code, start)
+            raise
+        except Exception:
+            self._finish(method, record_id, session, address, args, [], _SYSTEM_ERROR, start)
+            raise
+        values, status = split_result(result)
+        if method in ("open", "open_default_resource_manager") and values:
+            session = int(values[0])
+            if method == "open":
+                self.addresses[session] = address
+        self._finish(method, record_id, session, address, args, values, status, start)
+        if method == "close":
+            self.addresses.pop(args[0], None)
+        return result
+
+    def _finish(self, method, record_id, session, address, args, values, status, start):
+        duration = time.perf_counter() - start
+        self.tracer.record(record_id, RETURN, session, address, status, duration,
+                           command_text(method, args, values, True))
+
+
+def _make_traced(method):
+    def traced(self, *args, **kwargs):
+        return self._traced(method, *args, **kwargs)
+
+    traced.__name__ = method
+    traced.__doc__ = getattr(VisaLibraryBase, method).__doc__
+    return traced
+
+
+for _method, _function in list(VisaLibraryBase.__dict__.items()):
+    if inspect.isfunction(_function) and not _method.startswith("_") and _method not in _NOT_TRACED:
+        setattr(ZelTraceVisaLibrary, _method, _make_traced(_method))
