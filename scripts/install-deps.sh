@@ -7,6 +7,7 @@ packages=(
     qtbase5-dev qtbase5-dev-tools
     libbenchmark-dev
     xvfb xauth
+    python3 python3-pyvisa python3-pyvisa-py
     libqt5svg5-dev desktop-file-utils appstream
 )
 

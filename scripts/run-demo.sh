@@ -1,23 +1,59 @@
 #!/bin/sh
-# Starts the tool with live demo traffic: the traffic generator writes VISA calls into the product's
-# trace segment in the background, the tool starts with tracing on, and the generator stops when the
-# window closes. Without a display the tool runs under a virtual X server.
+# Starts the tool with live demo traffic: an unchanged PyVISA script talks to the simulated SCPI
+# instrument through the zeltrace backend (PYVISA_LIBRARY=py@zeltrace), and the traffic generator
+# adds a little background load. The tool starts with tracing on; everything stops when the window
+# closes. Without a display the tool runs under a virtual X server. DEMO_TRAFFIC=0 leaves the
+# generator out.
 set -eu
 
 BUILD=${1:-build}
+ROOT=$(cd "$(dirname "$0")/.." && pwd)
 TOOL="$BUILD/app/ZelVisaTraceTool"
 TRAFFIC="$BUILD/tools/zel-traffic"
+INSTRUMENT="$BUILD/tools/zel-instrument"
+LIBRARY="$BUILD/zeltrace/libzeltrace.so.1"
 
-for binary in "$TOOL" "$TRAFFIC"; do
-    if [ ! -x "$binary" ]; then
+for binary in "$TOOL" "$TRAFFIC" "$INSTRUMENT" "$LIBRARY"; do
+    if [ ! -e "$binary" ]; then
         echo "run-demo: $binary is missing; run 'make build' first" >&2
         exit 1
     fi
 done
 
-"$TRAFFIC" --enable --processes 2 --threads 2 --rate 20 --quiet &
-GENERATOR=$!
-trap 'kill "$GENERATOR" 2>/dev/null || true; wait "$GENERATOR" 2>/dev/null || true' EXIT INT TERM
+# Debian's interpreter is the one that sees python3-pyvisa, whatever python3 comes first on the PATH.
+PYTHON=python3
+if [ -x /usr/bin/python3 ]; then
+    PYTHON=/usr/bin/python3
+fi
+
+PIDS=""
+cleanup() {
+    for pid in $PIDS; do
+        kill "$pid" 2>/dev/null || true
+    done
+    for pid in $PIDS; do
+        wait "$pid" 2>/dev/null || true
+    done
+    rm -f "${PORT_FILE:-}"
+}
+trap cleanup EXIT INT TERM
+
+PORT_FILE=$(mktemp)
+"$INSTRUMENT" --port 0 >"$PORT_FILE" &
+PIDS="$PIDS $!"
+while ! grep -q '^listening on ' "$PORT_FILE"; do
+    sleep 0.1
+done
+PORT=$(sed -n 's/^listening on //p' "$PORT_FILE")
+
+PYVISA_LIBRARY=py@zeltrace ZELTRACE_LIBRARY="$LIBRARY" PYTHONPATH="$ROOT/python" PYTHONDONTWRITEBYTECODE=1 \
+    "$PYTHON" "$ROOT/scripts/pyvisa-demo.py" "$PORT" >/dev/null &
+PIDS="$PIDS $!"
+
+if [ "${DEMO_TRAFFIC:-1}" != 0 ]; then
+    "$TRAFFIC" --enable --processes 1 --threads 2 --rate 5 --quiet >/dev/null &
+    PIDS="$PIDS $!"
+fi
 
 if [ -n "${DISPLAY:-}" ] || [ -n "${WAYLAND_DISPLAY:-}" ]; then
     "$TOOL" -t

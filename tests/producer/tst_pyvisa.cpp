@@ -33,6 +33,7 @@ void TestPyVisa::scriptCallsArriveAsCallAndReturnRecords()
     QProcess script;
     QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
     env.insert(QStringLiteral("PYTHONPATH"), QStringLiteral(ZEL_PYTHON_PACKAGES));
+    env.insert(QStringLiteral("PYTHONDONTWRITEBYTECODE"), QStringLiteral("1"));
     env.insert(QStringLiteral("PYVISA_LIBRARY"), QStringLiteral("py@zeltrace"));
     env.insert(QStringLiteral("ZELTRACE_LIBRARY"), QStringLiteral(ZELTRACE_LIBRARY_PATH));
     env.insert(QStringLiteral("ZELTRACE_KEY"), QString::number(segment.key));
