@@ -20,6 +20,8 @@ void ExternalEvents::announce()
 
 void ExternalEvents::timerHit()
 {
+    // A removed or replaced segment would otherwise report its last state forever.
+    channelControl.reattachIfReplaced();
     const bool active = channelControl.tracingActive();
     const bool toFile = channelControl.isTracingToFile();
     if (active != lastActive) {

@@ -20,6 +20,25 @@ TraceApplication::TraceApplication(int& argc, char** argv, TraceEndpoints endpoi
     setOrganizationDomain(QStringLiteral("zelbrook.com"));
     setApplicationName(QStringLiteral("ZelVisaTraceTool"));
     setApplicationVersion(QLatin1String(ZelTracer::s_VersionString));
+    connect(&segmentWatch, &QTimer::timeout, this, &TraceApplication::watchSegment);
+    segmentWatch.start(s_SegmentWatchInterval);
+}
+
+// Anyone may remove the trace segment; producers then create a fresh one with tracing off and
+// nobody would read it. The tool follows to the new segment and switches on there what it had on.
+void TraceApplication::watchSegment()
+{
+    const bool wasTracing = model.isRunning();
+    const bool wasRecording = channelControl.isTracingToFile();
+    const std::string logFile = channelControl.getFileName();
+    if (!channelControl.reattachIfReplaced())
+        return;
+    if (wasTracing)
+        channelControl.setTracingActive(true);
+    if (wasRecording)
+        channelControl.settracingToFileActive(true, logFile);
+    emit segmentReattached();
+    emit tracingChanged();
 }
 
 TraceApplication::~TraceApplication() = default;
@@ -73,8 +92,13 @@ void TraceApplication::setDisplayPause(bool pause)
 
 void TraceApplication::quit()
 {
-    // Tracing and recording stop only when the last copy of the tool leaves.
-    if (!model.detachSharedRingBuffer()) {
+    // Tracing and recording stop only when the last copy of the tool leaves. A copy that never
+    // attached the shared ring (recording to file only, or a failed start) is told that others
+    // remain; the kernel's count of processes still on the ring, now that this one has left it,
+    // says whether that is so.
+    const bool othersRemain = model.detachSharedRingBuffer()
+        && ZelTracer::RingBufferSharedMem<ZelTracer::FullEntry>::attachedProcesses(endpoints.sharedRingName) > 0;
+    if (!othersRemain) {
         stoptrace();
         stopfiletrace();
     }

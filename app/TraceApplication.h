@@ -5,6 +5,7 @@
 
 #include <QApplication>
 #include <QString>
+#include <QTimer>
 
 #include <string>
 
@@ -35,8 +36,13 @@ public:
     void saveBufferToFile(QString fileName);
     QString getBuffer();
 
+    static constexpr int s_SegmentWatchInterval = 1000;
+
 signals:
     void tracingChanged();
+    // The trace segment was removed or replaced by someone else and this tool attached the new
+    // one, carrying its tracing and recording state over.
+    void segmentReattached();
 
 public slots:
     void starttrace();
@@ -48,7 +54,10 @@ public slots:
     void copyToClipboard();
 
 private:
+    void watchSegment();
+
     TraceEndpoints endpoints;
     ZelTracer::TraceChannelControl channelControl;
     LiveTraceModel model;
+    QTimer segmentWatch;
 };

@@ -142,6 +142,10 @@ void MainWindow::setupConnections()
     connect(ui->actionStop_to_file, &QAction::triggered, &app, &TraceApplication::stopfiletrace);
     connect(&externalEvents, &ExternalEvents::stoptofile, &app, &TraceApplication::stopfiletrace);
     connect(&app, &TraceApplication::tracingChanged, this, &MainWindow::tracingChanged);
+    connect(&app, &TraceApplication::segmentReattached, this, [this] {
+        statusBar()->showMessage(
+            tr("The trace segment was removed by another program; the tool now reads the new one."), 10000);
+    });
     connect(ui->actionReset_Current_Buffer, &QAction::triggered, &app, &TraceApplication::clearbuffer);
     connect(ui->actionClear, &QAction::triggered, &app, &TraceApplication::clearbuffer);
     connect(ui->actionPause, &QAction::toggled, this, &MainWindow::pauseChanged);
@@ -334,7 +338,9 @@ void MainWindow::popupmenuTriggered(int i)
 
     QSettings settings;
     settings.beginGroup(QLatin1String(s_FilterColorsGroup));
-    const QColor color = settings.value(filterColorKey(filterColorIndex), defaultFilterColor).value<QColor>();
+    // The store may hold anything; only a valid colour of a known kind is taken.
+    const QColor color
+        = SingleFilter::checkedColor(settings.value(filterColorKey(filterColorIndex)), defaultFilterColor);
     settings.endGroup();
 
     if (static_cast<unsigned>(kind) < SingleFilter::TypeCount) {

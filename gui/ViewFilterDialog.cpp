@@ -6,6 +6,7 @@
 #include <QColorDialog>
 #include <QFile>
 #include <QFileDialog>
+#include <QMessageBox>
 #include <QSettings>
 #include <QSignalBlocker>
 #include <QStandardPaths>
@@ -231,16 +232,29 @@ void ViewFilterDialog::saveFile(QString const& fileName) const
         viewFilters.saveViewFilterFile(file);
 }
 
-// A foreign file or another format version is ignored without a word.
+// A foreign file or another format version is ignored without a word. A file with more rules
+// than anyone edits by hand is refused with a message: it would slow every display rebuild.
 void ViewFilterDialog::loadFile(QString const& fileName)
 {
     if (fileName.isEmpty() || !QFile::exists(fileName))
         return;
     QFile file(fileName);
-    // A loaded set replaces every rule, so no rule is shown in the editor any more: committing the
-    // editor later must not overwrite a loaded rule.
-    if (file.open(QIODevice::ReadOnly) && viewFilters.loadViewFilterFile(file))
-        currentRow = -1;
+    if (file.open(QIODevice::ReadOnly)) {
+        switch (viewFilters.loadViewFilterFileChecked(file)) {
+        case ModelFilters::LoadResult::Loaded:
+            // A loaded set replaces every rule, so no rule is shown in the editor any more:
+            // committing the editor later must not overwrite a loaded rule.
+            currentRow = -1;
+            break;
+        case ModelFilters::LoadResult::TooManyRules:
+            QMessageBox::warning(this, tr("Open View Filter file"),
+                                 tr("The file holds more than %1 rules and was not loaded.")
+                                     .arg(ModelFilters::s_MaxFileRules));
+            break;
+        case ModelFilters::LoadResult::Foreign:
+            break;
+        }
+    }
     refreshList();
 }
 

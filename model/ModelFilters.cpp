@@ -1,5 +1,6 @@
 #include "ModelFilters.h"
 
+#include <QByteArray>
 #include <QDataStream>
 #include <QIODevice>
 
@@ -107,18 +108,32 @@ void ModelFilters::saveViewFilterFile(QIODevice& device) const
 
 bool ModelFilters::loadViewFilterFile(QIODevice& device)
 {
+    return loadViewFilterFileChecked(device) == LoadResult::Loaded;
+}
+
+ModelFilters::LoadResult ModelFilters::loadViewFilterFileChecked(QIODevice& device)
+{
     QDataStream stream(&device);
     qint32 magic = 0;
     stream >> magic;
     if (magic != s_FileMagic)
-        return false;
+        return LoadResult::Foreign;
     qint32 version = 0;
     stream >> version;
     if (version != s_FileVersion)
-        return false;
+        return LoadResult::Foreign;
+    // The count is looked at before anything is replaced, so that a refused file leaves the set alone.
+    const QByteArray countBytes = device.peek(4);
+    if (countBytes.size() == 4) {
+        const auto* b = reinterpret_cast<const unsigned char*>(countBytes.constData());
+        const qint64 count = static_cast<qint32>(static_cast<quint32>(b[0]) << 24 | static_cast<quint32>(b[1]) << 16
+                                                 | static_cast<quint32>(b[2]) << 8 | b[3]);
+        if (count > s_MaxFileRules)
+            return LoadResult::TooManyRules;
+    }
     stream.setVersion(s_StreamVersion);
     stream >> *this;
-    return true;
+    return LoadResult::Loaded;
 }
 
 QDataStream& operator<<(QDataStream& stream, ModelFilters const& filters)

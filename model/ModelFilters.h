@@ -29,12 +29,23 @@ public:
     void saveViewFilterFile(QIODevice& device) const;
     // A foreign magic or another format version leaves the set as it is and returns false.
     bool loadViewFilterFile(QIODevice& device);
+    enum class LoadResult
+    {
+        Loaded,
+        Foreign, // wrong magic or format version: ignored silently
+        TooManyRules // more rules than anyone edits by hand: refused with a message
+    };
+    // As above, and says why a file was not taken.
+    LoadResult loadViewFilterFileChecked(QIODevice& device);
 
     bool operator==(ModelFilters const& other) const { return filters == other.filters && showOnly == other.showOnly; }
 
     static constexpr qint32 s_FileMagic = 0x2906FAB1;
     static constexpr qint32 s_FileVersion = 1;
     static constexpr int s_StreamVersion = 12;
+    // Every rule is tested against every record on each display rebuild; a set of this size still
+    // rebuilds a full view in well under a second, and nobody edits that many rules by hand.
+    static constexpr qint32 s_MaxFileRules = 10000;
 
     QList<SingleFilter> filters;
     bool showOnly = false;

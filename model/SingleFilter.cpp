@@ -1,6 +1,9 @@
 #include "SingleFilter.h"
 
+#include <QByteArray>
 #include <QDataStream>
+#include <QMetaType>
+#include <QVariant>
 
 #include <cstring>
 
@@ -106,9 +109,56 @@ void SingleFilter::fromStream(QDataStream& stream)
 {
     qint32 storedValue = 0;
     qint32 storedType = 0;
-    stream >> storedValue >> text >> storedType >> color;
+    stream >> storedValue >> text >> storedType;
     value = static_cast<std::uint32_t>(storedValue);
     type = storedType;
+    readColor(stream, color);
+}
+
+// A colour from a file carries its own specification byte, and QColor stores whatever it reads
+// there in its enum: a byte outside the known specifications would be undefined behaviour. So
+// the 11 bytes are taken first and only a known specification is handed to QColor; any other
+// leaves the colour as it was.
+bool SingleFilter::readColor(QDataStream& stream, QColor& color)
+{
+    if (stream.version() < QDataStream::Qt_4_0) {
+        stream >> color; // the old form is a plain RGB word with no specification byte
+        return true;
+    }
+    constexpr int colorBytes = 1 + 5 * 2;
+    char raw[colorBytes];
+    if (stream.readRawData(raw, colorBytes) != colorBytes) {
+        stream.setStatus(QDataStream::ReadPastEnd);
+        return false;
+    }
+    const auto spec = static_cast<signed char>(raw[0]);
+    if (spec < QColor::Invalid || spec > QColor::ExtendedRgb)
+        return false;
+    QDataStream colorStream(QByteArray::fromRawData(raw, colorBytes));
+    colorStream.setVersion(stream.version());
+    colorStream.setByteOrder(stream.byteOrder());
+    colorStream.setFloatingPointPrecision(stream.floatingPointPrecision());
+    colorStream >> color;
+    return true;
+}
+
+QColor SingleFilter::checkedColor(QVariant const& value, QColor const& fallback)
+{
+    QColor color = fallback;
+    if (value.userType() == QMetaType::QColor) {
+        // Copying the stored colour out would already read its specification; its bytes are safe.
+        QByteArray bytes;
+        {
+            QDataStream out(&bytes, QIODevice::WriteOnly);
+            QMetaType::save(out, QMetaType::QColor, value.constData());
+        }
+        QDataStream in(bytes);
+        if (!readColor(in, color))
+            return fallback;
+    } else if (value.canConvert<QColor>()) {
+        color = value.value<QColor>(); // a name or "#rrggbb": parsed, so always a known specification
+    }
+    return color.isValid() ? color : fallback;
 }
 
 QDataStream& operator<<(QDataStream& stream, SingleFilter const& filter)

@@ -9,6 +9,7 @@
 #include <string>
 
 class QDataStream;
+class QVariant;
 
 // The texts of one record that text rules look at, decoded at most once per record however many
 // rules ask for them.
@@ -77,7 +78,8 @@ public:
     static bool isNumericType(std::int32_t type) { return validType(type) && (0x1CE7 >> type) & 1; }
     static bool isTextType(std::int32_t type) { return validType(type) && (0x6318 >> type) & 1; }
 
-    bool showonly() const { return static_cast<std::uint32_t>(type - IncludeThread) <= 4; }
+    // Taken unsigned before subtracting: a type near INT_MIN read from a file must not overflow.
+    bool showonly() const { return static_cast<std::uint32_t>(type) - IncludeThread <= 4; }
     QString getValue() const;
     void setValue(QString const& newValue);
     std::string toString() const;
@@ -86,6 +88,9 @@ public:
 
     void toStream(QDataStream& stream) const;
     void fromStream(QDataStream& stream);
+    // A colour from outside (a settings store anyone may edit): fallback unless it is a valid
+    // colour of a known specification.
+    static QColor checkedColor(QVariant const& value, QColor const& fallback);
 
     bool operator==(SingleFilter const& other) const
     {
@@ -101,6 +106,7 @@ public:
 private:
     static bool validType(std::int32_t type) { return static_cast<std::uint32_t>(type) < TypeCount; }
     QString const& foldedText() const;
+    static bool readColor(QDataStream& stream, QColor& color);
 
     // A case-folded copy of text, made once instead of folding both sides on every comparison.
     // It is valid while foldedSource still shares text's data: any change to text detaches it.

@@ -1,9 +1,43 @@
 #include "RingBufferSharedMem.h"
 
+#include <QCryptographicHash>
+#include <QDir>
+#include <QFile>
+
+#include <sys/ipc.h>
+#include <sys/sem.h>
+#include <sys/shm.h>
+
+#include <algorithm>
+#include <climits>
+#include <cstdint>
 #include <cstring>
 #include <new>
 
 namespace ZelTracer {
+
+namespace {
+
+// Where Qt keeps the System V objects behind a named block: ftok of a key file in the temporary
+// folder, named after the key's letters and its SHA-1.
+key_t qtIpcKey(QString const& key, QLatin1String prefix)
+{
+    QString name = prefix;
+    for (QChar ch : key) {
+        if ((ch >= QLatin1Char('a') && ch <= QLatin1Char('z')) || (ch >= QLatin1Char('A') && ch <= QLatin1Char('Z')))
+            name += ch;
+    }
+    name += QLatin1String(QCryptographicHash::hash(key.toUtf8(), QCryptographicHash::Sha1).toHex());
+    return ftok(QFile::encodeName(QDir::tempPath() + QLatin1Char('/') + name).constData(), 'Q');
+}
+
+int shmIdOf(QSharedMemory const& memory)
+{
+    const key_t key = ftok(QFile::encodeName(memory.nativeKey()).constData(), 'Q');
+    return key == -1 ? -1 : shmget(key, 0, 0);
+}
+
+} // namespace
 
 RingBufferSharedMem<FullEntry>::RingBufferSharedMem(QString const& key, int size)
     : memory(key)
@@ -11,15 +45,24 @@ RingBufferSharedMem<FullEntry>::RingBufferSharedMem(QString const& key, int size
     const bool attached = memory.attach(QSharedMemory::ReadWrite);
     if (!attached && (!memory.create(size, QSharedMemory::ReadWrite) || !memory.data()))
         throw std::bad_alloc();
-    // The capacity comes from the block's real size, never from anything written into it.
-    capacity = memory.size() > s_HeaderSize
-        ? static_cast<std::uint32_t>((memory.size() - s_HeaderSize) / sizeof(FullEntry))
-        : 0;
+    shmId = shmIdOf(memory);
+    // The capacity comes from the block's real size, never from anything written into it, and
+    // never from more of the block than this version would create: the local rings are sized
+    // after it.
+    const qint64 usable = std::min<qint64>(memory.size(), s_MaxBlockSize);
+    capacity = usable > s_HeaderSize ? static_cast<std::uint32_t>((usable - s_HeaderSize) / sizeof(FullEntry)) : 0;
     if (memory.size() < s_HeaderSize || !memory.lock())
         return;
     if (attached) {
         readHeader();
         ++attachCount;
+        // The kernel's count includes this copy now, the header's did not.
+        const std::uint32_t processes = attachedProcesses();
+        if (processes != 0 && attachCount > processes)
+            attachCount = processes;
+    } else {
+        // The lock above made the block's semaphore exist; both may be opened to every user now.
+        openToAllUsers();
     }
     writeHeader();
     memory.unlock();
@@ -29,10 +72,47 @@ RingBufferSharedMem<FullEntry>::~RingBufferSharedMem()
 {
     if (memory.isAttached() && memory.lock()) {
         readHeader();
-        --attachCount;
+        if (attachCount > 0)
+            --attachCount;
         writeHeader();
         memory.unlock();
         memory.detach();
+    }
+}
+
+std::uint32_t RingBufferSharedMem<FullEntry>::attachedProcesses(QString const& key)
+{
+    QSharedMemory probe(key); // names the block without attaching it
+    shmid_ds state {};
+    const int id = shmIdOf(probe);
+    if (id == -1 || shmctl(id, IPC_STAT, &state) != 0)
+        return 0;
+    return static_cast<std::uint32_t>(std::min<shmatt_t>(state.shm_nattch, UINT32_MAX));
+}
+
+std::uint32_t RingBufferSharedMem<FullEntry>::attachedProcesses() const
+{
+    shmid_ds state {};
+    if (shmId == -1 || shmctl(shmId, IPC_STAT, &state) != 0)
+        return 0;
+    return static_cast<std::uint32_t>(std::min<shmatt_t>(state.shm_nattch, UINT32_MAX));
+}
+
+// Qt creates the block and its semaphore for the owner only; the trace segment is open to every
+// local user, and so must be the ring, or a second user's tool cannot join (and cannot start).
+void RingBufferSharedMem<FullEntry>::openToAllUsers() const
+{
+    shmid_ds state {};
+    if (shmId != -1 && shmctl(shmId, IPC_STAT, &state) == 0) {
+        state.shm_perm.mode = (state.shm_perm.mode & ~0777u) | 0666;
+        shmctl(shmId, IPC_SET, &state);
+    }
+    const key_t semKey = qtIpcKey(memory.key(), QLatin1String("qipc_systemsem_"));
+    const int semId = semKey == -1 ? -1 : semget(semKey, 1, 0);
+    semid_ds semState {};
+    if (semId != -1 && semctl(semId, 0, IPC_STAT, &semState) == 0) {
+        semState.sem_perm.mode = (semState.sem_perm.mode & ~0777u) | 0666;
+        semctl(semId, 0, IPC_SET, &semState);
     }
 }
 
@@ -43,11 +123,26 @@ FullEntry* RingBufferSharedMem<FullEntry>::slotArray() const
 
 void RingBufferSharedMem<FullEntry>::readHeader()
 {
+    loadHeader(true);
+}
+
+// The count is repaired whenever a reader looks at the header, but not for each record pushed:
+// that asks the kernel once per record for nothing, since a push writes the count back unchanged.
+void RingBufferSharedMem<FullEntry>::loadHeader(bool repairCount)
+{
     if (memory.size() < s_HeaderSize)
         return;
     BlockHeader const* h = header();
     attachCount = h->attachCount;
-    lastUpdate = h->lastUpdate;
+    // A copy of the tool killed outright never counted itself out; the kernel knows who is still
+    // attached, so the count never exceeds that and the last live copy still knows it is the last.
+    // This copy is attached, so it is at least one: a count of 0 written by a broken peer must not
+    // wrap when this copy leaves.
+    if (const std::uint32_t processes = repairCount ? attachedProcesses() : 0; processes != 0)
+        attachCount = std::clamp<std::uint32_t>(attachCount, 1, processes);
+    // Anything before the epoch is nonsense written by a broken peer; it reads as long ago, which
+    // keeps the age arithmetic of the readers free of overflow.
+    lastUpdate = std::max<std::int64_t>(h->lastUpdate, 0);
     begin = h->begin;
     end = h->end;
     // Another, possibly broken, copy of the tool may have written indices outside the ring; such a
@@ -75,7 +170,7 @@ void RingBufferSharedMem<FullEntry>::clear()
 
 void RingBufferSharedMem<FullEntry>::push_back(FullEntry const& value)
 {
-    readHeader();
+    loadHeader(false);
     if (capacity == 0)
         return;
     std::memcpy(&slotArray()[end], &value, sizeof value);
@@ -85,7 +180,7 @@ void RingBufferSharedMem<FullEntry>::push_back(FullEntry const& value)
 
 void RingBufferSharedMem<FullEntry>::pop_back()
 {
-    readHeader();
+    loadHeader(false);
     if (capacity == 0)
         return;
     RingBuffer::pop_back();

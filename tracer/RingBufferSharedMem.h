@@ -41,8 +41,14 @@ public:
     QSharedMemory& block() { return memory; }
     void readHeader();
     void writeHeader() const;
+    // How many processes are attached to the block of that name now, as the kernel counts them
+    // (0 when there is no such block). Copies of the tool killed outright are not among them.
+    static std::uint32_t attachedProcesses(QString const& key);
 
     static constexpr int s_HeaderSize = 24;
+    // No copy of this version creates a larger block; a larger one found under the name is used
+    // only up to this size, so that nobody can make every copy of the tool allocate gigabytes.
+    static constexpr qint64 s_MaxBlockSize = 64 * 1024 * 1024;
 
     std::int64_t lastUpdate = 0;
     std::uint32_t capacity = 0;
@@ -61,8 +67,13 @@ private:
 
     BlockHeader* header() const { return static_cast<BlockHeader*>(const_cast<void*>(memory.constData())); }
     FullEntry* slotArray() const;
+    // How many processes the kernel has attached to the block, or 0 when it cannot tell.
+    std::uint32_t attachedProcesses() const;
+    void openToAllUsers() const;
+    void loadHeader(bool repairCount);
 
     QSharedMemory memory;
+    int shmId = -1; // the kernel's id of the block, for its count of attached processes
     // Returned for element access on a ring without slots, so that no access touches the block.
     FullEntry spare {};
 };

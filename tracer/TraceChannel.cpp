@@ -1,5 +1,8 @@
 #include "TraceChannel.h"
 
+#include <sys/ipc.h>
+#include <sys/shm.h>
+
 #include <cstring>
 
 namespace ZelTracer {
@@ -7,9 +10,39 @@ namespace ZelTracer {
 TraceChannel::TraceChannel(int const& key, unsigned long size, std::string const& semaphoreName)
     : memory(key, semaphoreName)
     , slotCount(slotCountFor(size))
+    , segmentKey(key)
+    , segmentSize(size)
 {
-    if (memory.create(size, SharedMemory::ReadWrite) && !memory.hasExisted())
+    if (memory.create(size, SharedMemory::ReadWrite)) {
+        segmentId = currentSegmentId();
+        if (!memory.hasExisted())
+            initSharedMemroy();
+    }
+}
+
+int TraceChannel::currentSegmentId() const
+{
+    return shmget(segmentKey, 0, 0);
+}
+
+bool TraceChannel::reattachIfReplaced()
+{
+    if (memory.getAddress() && segmentId != -1) {
+        shmid_ds state {};
+        const bool intact = shmctl(segmentId, IPC_STAT, &state) == 0 && !(state.shm_perm.mode & SHM_DEST)
+            && currentSegmentId() == segmentId;
+        if (intact)
+            return false;
+    }
+    // Nothing attached yet (the key was taken by a segment of the wrong size, say) is retried too.
+    memory.detach();
+    segmentId = -1;
+    if (!memory.create(segmentSize, SharedMemory::ReadWrite))
+        return false;
+    segmentId = currentSegmentId();
+    if (!memory.hasExisted())
         initSharedMemroy();
+    return true;
 }
 
 TraceChannel::~TraceChannel() = default;

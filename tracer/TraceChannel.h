@@ -24,12 +24,26 @@ public:
     unsigned long freeEntries();
     void getFilter(std::string& message, unsigned int& pid);
 
+    // Anyone may remove the segment (ipcrm) or replace it under the same key while this channel
+    // runs; producers then write into a new one that nobody reads. This notices it (the attached
+    // segment marked for removal, gone, or a different segment under the key) and attaches the
+    // current one, creating and zeroing it when nobody has yet. Returns true when it re-attached.
+    // Call it from the thread that uses the channel: the old address is gone afterwards.
+    bool reattachIfReplaced();
+
 protected:
     SharedMemoryHeader* sharedHeader() const { return static_cast<SharedMemoryHeader*>(memory.getAddress()); }
     char* sharedSlots() const { return static_cast<char*>(memory.getAddress()) + s_HeaderSize; }
 
     SharedMemory memory;
     std::uint32_t slotCount;
+
+private:
+    int currentSegmentId() const;
+
+    int segmentKey;
+    unsigned long segmentSize;
+    int segmentId = -1; // the kernel's id of the attached segment, -1 when none
 };
 
 } // namespace ZelTracer
