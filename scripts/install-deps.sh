@@ -10,6 +10,10 @@ packages=(
     python3 python3-pyvisa python3-pyvisa-py
     libqt5svg5-dev desktop-file-utils appstream
 )
+# The fuzzers need clang and its libFuzzer runtime; only `make fuzz` asks for them.
+if [ "${1:-}" = fuzz ]; then
+    packages+=(clang libclang-rt-14-dev)
+fi
 
 missing=()
 for p in "${packages[@]}"; do
