@@ -6,6 +6,8 @@
 #include "FilterDialog.h"
 #include "FindBar.h"
 #include "StatisticsPane.h"
+#include "LossIndicator.h"
+#include "RowHeaderView.h"
 #include "TraceApplication.h"
 #include "ViewFilterDialog.h"
 #include "WindowPlacement.h"
@@ -116,7 +118,12 @@ void MainWindow::setupUi()
 {
     setWindowTitle(QStringLiteral("ZelVisaTraceTool - ") + QLatin1String(ZelTracer::s_VersionString));
     statusBar()->addWidget(statusLabel.get(), 0);
+    lossIndicator = new LossIndicator(this);
+    statusBar()->addPermanentWidget(lossIndicator);
     LiveTraceModel& model = app.getModel();
+    // Fixed row heights and a row header that measures a few labels: the view's cost per update
+    // then follows what is visible, not the 8510 rows.
+    ui->liveView->setVerticalHeader(new RowHeaderView(ui->liveView));
     ui->liveView->setModel(&model);
     ui->liveView->horizontalHeader()->setStretchLastSection(true);
     model.selectionModel = ui->liveView->selectionModel();
@@ -289,6 +296,7 @@ void MainWindow::newDataCollected()
         findBar->showRow(RowSearch::findError(app.getModel(), -1, true));
     }
     updateStatusBar();
+    lossIndicator->showLoss(app.getModel().getLossCounter());
 }
 
 void MainWindow::scrollToggled(bool checked)

@@ -88,6 +88,7 @@ private:
     std::unique_ptr<QMenu> headerMenu;
     // Menus beside the fixed ones: analysis and capture actions after "View", then help.
     QMenu* analysisMenu = nullptr;
+    class LossIndicator* lossIndicator = nullptr;
     QMenu* helpMenu = nullptr;
     DetailsPane* detailsPane = nullptr;
     StatisticsPane* statisticsPane = nullptr;

@@ -268,6 +268,8 @@ std::uint32_t LiveTraceModel::findTakeStart(std::uint32_t readIndex, std::uint32
 void LiveTraceModel::takeRecord(const Entry& record)
 {
     const std::uint32_t localCapacity = localRing.numberOfElements();
+    // The producer's own numbering, before the local copy carries the model's.
+    lossCounter.add(record.pid, record.reserved);
     localRing.push_back(record);
     const std::uint32_t slot = previous(localRing.end, localCapacity);
     localRing(slot).reserved = ++sequenceCounter;
@@ -405,6 +407,7 @@ void LiveTraceModel::clear()
     displayRing.clear();
     firstIdByPid.clear();
     sequenceCounter = 0;
+    lossCounter.clear();
     displayStale = true;
     // Numbering starts again, so the rows the view knows can no longer be matched by their numbers.
     rowsInvalidated = true;

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "LossCounter.h"
 #include "ModelFilters.h"
 #include "RingBuffer.h"
 #include "RingBufferSharedMem.h"
@@ -107,6 +108,9 @@ public:
     // The row that shows the record with this sequence number (or the first later one), -1 if none.
     int rowOfSequence(std::uint64_t sequence) const;
 
+    // Records that traced processes wrote and that never arrived, since the last clear().
+    const LossCounter& getLossCounter() const { return lossCounter; }
+
     // Keeps only rows whose status is negative; an option beside the view filters.
     void setOnlyErrors(bool only);
     bool isOnlyErrors() const { return onlyErrors; }
@@ -176,6 +180,7 @@ private:
     // Something changed since the last display stage (records taken, options, filters).
     bool displayStale = true;
     bool onlyErrors = false;
+    LossCounter lossCounter;
     // Set while rows are being announced to the view; a refresh asked for then is sent afterwards.
     bool announcing = false;
     bool refreshPending = false;

@@ -49,6 +49,17 @@ void LossCounter::clear()
     lostTotal = 0;
 }
 
+std::vector<std::pair<std::uint32_t, std::uint64_t>> LossCounter::lossByProcess() const
+{
+    std::vector<std::pair<std::uint32_t, std::uint64_t>> losses;
+    for (const auto& [pid, process] : processes) {
+        if (process.lost > 0)
+            losses.emplace_back(pid, process.lost);
+    }
+    std::sort(losses.begin(), losses.end());
+    return losses;
+}
+
 std::uint64_t LossCounter::lostFor(std::uint32_t pid) const
 {
     const auto it = processes.find(pid);

@@ -4,6 +4,8 @@
 #include <cstdint>
 #include <list>
 #include <unordered_map>
+#include <utility>
+#include <vector>
 
 // Counts, per traced process, the records it wrote that never reached the tool: dropped by the
 // producer for want of room, or lost between a snapshot and the reset of the ring. libzeltrace
@@ -30,6 +32,8 @@ public:
     std::uint64_t total() const { return lostTotal; }
     std::uint64_t lostFor(std::uint32_t pid) const;
     std::size_t trackedProcesses() const { return processes.size(); }
+    // The processes with a loss, by pid.
+    std::vector<std::pair<std::uint32_t, std::uint64_t>> lossByProcess() const;
 
 private:
     struct Process

@@ -80,6 +80,7 @@ private slots:
     void displayRows_data();
     void displayRows();
     void collapsingOff();
+    void droppedRecordsCountAsLost();
     void everyRecordTakenOnce_data();
     void everyRecordTakenOnce();
     void cells();
@@ -189,7 +190,6 @@ void TestLiveTraceModel::everyRecordTakenOnce()
 
     Pipeline p(10);
     QVERIFY(p.model.start());
-    p.model.stop(); // driven by hand here
     if (hiddenThread != 0) {
         SingleFilter hide;
         hide.type = SingleFilter::ExcludeThread;
@@ -203,6 +203,22 @@ void TestLiveTraceModel::everyRecordTakenOnce()
     }
     p.model.setFilter(ModelFilters());
     QCOMPARE(p.rows(), rows);
+}
+
+// What the producer could not fit into a full segment shows up as lost once later records arrive.
+void TestLiveTraceModel::droppedRecordsCountAsLost()
+{
+    Pipeline p(11);
+    QVERIFY(p.model.start());
+    for (std::uint64_t id = 1; id <= 8000; ++id)
+        p.write({33, 1, id, 0, "viClear(1)"});
+    QVERIFY(p.producer.getDropped() > 0);
+    p.capture();
+    p.write({33, 1, 9000, 0, "viClear(1)"});
+    p.capture();
+    QCOMPARE(p.model.getLossCounter().total(), p.producer.getDropped());
+    p.model.clear();
+    QCOMPARE(p.model.getLossCounter().total(), 0u);
 }
 
 void TestLiveTraceModel::collapsingOff()
