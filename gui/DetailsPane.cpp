@@ -79,21 +79,10 @@ DetailsPane::DetailsPane(LiveTraceModel& model, QTableView* view, QWidget* paren
 QStringList DetailsPane::rowLines(const LiveTraceModel& model, int row, QStringList* callLines,
                                   QStringList* returnLines)
 {
-    using namespace RecordDetails;
     const LiveTraceModel::Entry* record = model.recordAt(row);
     if (!record)
         return {};
-    const LiveTraceModel::Entry* partner = findPartner(model.getLocalRing(), *record);
-    const LiveTraceModel::Entry* call = record->kind == 0 ? record : partner;
-    const LiveTraceModel::Entry* ret = record->kind == 0 ? partner : record;
-    const QStringList callPart = call ? recordLines(*call) : QStringList {QStringLiteral("Call record not held")};
-    const QStringList returnPart
-        = ret ? recordLines(*ret) : QStringList {QStringLiteral("Not returned yet (no return record held)")};
-    if (callLines)
-        *callLines = callPart;
-    if (returnLines)
-        *returnLines = returnPart;
-    return QStringList {summaryLine(call, ret), QString()} + callPart + QStringList {QString()} + returnPart;
+    return RecordDetails::callLines(model.getLocalRing(), *record, callLines, returnLines);
 }
 
 void DetailsPane::refresh()

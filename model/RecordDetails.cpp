@@ -83,7 +83,7 @@ QByteArray addressBytes(const Entry& e)
     return QByteArray(e.address, static_cast<int>(strnlen(e.address, sizeof e.address)));
 }
 
-QString escapeBytes(const QByteArray& bytes, bool escapeHigh)
+QString escapeBytes(const QByteArray& bytes, bool quoted)
 {
     QString out;
     out.reserve(bytes.size());
@@ -99,14 +99,10 @@ QString escapeBytes(const QByteArray& bytes, bool escapeHigh)
         case '\t':
             out += QLatin1String("\\t");
             break;
-        case '\\':
-            out += QLatin1String("\\\\");
-            break;
-        case '"':
-            out += QLatin1String("\\\"");
-            break;
         default:
-            if (b < 0x20 || b == 0x7F || (escapeHigh && b > 0x7E))
+            if (quoted && (c == '\\' || c == '"'))
+                out += QLatin1Char('\\') + QLatin1Char(c);
+            else if (b < 0x20 || b == 0x7F || (quoted && b > 0x7E))
                 out += QStringLiteral("\\x%1").arg(b, 2, 16, QLatin1Char('0'));
             else
                 out += QLatin1Char(c);
@@ -330,7 +326,7 @@ QStringList commandLines(const QByteArray& command)
         lines << QStringLiteral("Argument %1: \"%2\" (%3 bytes)").arg(i + 1).arg(escapeBytes(raw)).arg(raw.size());
         if (firstString && isWriteFunction(function)) {
             for (const QByteArray& scpi : scpiCommands(raw))
-                lines << QStringLiteral("  SCPI: ") + escapeBytes(scpi);
+                lines << QStringLiteral("  SCPI: ") + escapeBytes(scpi, false);
         }
         firstString = false;
         const Block block = findBlock(raw);
@@ -396,6 +392,20 @@ QString summaryLine(const Entry* call, const Entry* ret)
     if (!call)
         line += QStringLiteral(", its call record is no longer held");
     return line;
+}
+
+QStringList callLines(const Ring& ring, const Entry& e, QStringList* callPart, QStringList* returnPart)
+{
+    const Entry* partner = findPartner(ring, e);
+    const Entry* call = e.kind == 0 ? &e : partner;
+    const Entry* ret = e.kind == 0 ? partner : &e;
+    const QStringList callText = call ? recordLines(*call) : QStringList {QStringLiteral("Call record no longer held")};
+    const QStringList returnText = ret ? recordLines(*ret) : QStringList {QStringLiteral("Not returned yet")};
+    if (callPart)
+        *callPart = callText;
+    if (returnPart)
+        *returnPart = returnText;
+    return QStringList {summaryLine(call, ret), QString()} + callText + QStringList {QString()} + returnText;
 }
 
 const Entry* findPartner(const Ring& ring, const Entry& e)

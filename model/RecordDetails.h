@@ -20,9 +20,9 @@ using Ring = ZelTracer::RingBuffer<Entry>;
 QByteArray commandBytes(const Entry& e);
 QByteArray addressBytes(const Entry& e);
 
-// Control bytes (and, with escapeHigh, bytes above 0x7E) as \n \r \t \xNN; backslash and quote
-// escaped, so that escapeBytes(unescapeBytes(s)) is a canonical form of s.
-QString escapeBytes(const QByteArray& bytes, bool escapeHigh = true);
+// Control bytes as \n \r \t \xNN. For the content of a string (quoted), also backslash, quote and
+// bytes above 0x7E, so that escapeBytes(unescapeBytes(s)) is a canonical form of s.
+QString escapeBytes(const QByteArray& bytes, bool quoted = true);
 // The reverse of the C-style escapes producers write into texts (\n \r \t \0 \\ \" \' \xHH).
 QByteArray unescapeBytes(const QByteArray& text);
 
@@ -58,6 +58,11 @@ QStringList commandLines(const QByteArray& command);
 QStringList recordLines(const Entry& e);
 // One line saying what a call did: function, address and, once it returned, status and duration.
 QString summaryLine(const Entry* call, const Entry* ret);
+
+// What there is to read about the call a record belongs to: a summary line, a blank line, the call
+// record, a blank line, the return record (each also handed out on its own, for side by side views).
+QStringList callLines(const Ring& ring, const Entry& e, QStringList* callPart = nullptr,
+                      QStringList* returnPart = nullptr);
 
 // The other record of the same call (same pid, thread and id), searched anywhere in the ring: a
 // return after its call, a call before its return. Null when it is not (or no longer) there.
