@@ -5,6 +5,9 @@
 #include "TraceChannelControl.h"
 #include "TraceRecord.h"
 
+#include <sys/wait.h>
+#include <unistd.h>
+
 #include <cstring>
 #include <string>
 #include <vector>
@@ -52,6 +55,34 @@ public:
     }
     ZelTracer::SharedMemory memory;
 };
+
+// A private segment as the tool sees it through its channel control, with raw access beside it.
+struct ControlledSegment
+{
+    explicit ControlledSegment(int tag)
+        : segment(tag)
+        , control(segment.key, ZelTracer::s_VisaSharedMemorySize, segment.semaphore)
+        , raw(segment)
+    { }
+    ZelTracer::SlotEntry& slot(std::uint32_t i) { return raw.slot(i); }
+    ZelTracer::SharedMemoryHeader& header() { return raw.header(); }
+
+    PrivateSegment segment;
+    ZelTracer::TraceChannelControl control;
+    RawSegment raw;
+};
+
+// Runs the body in a forked child and returns whether it exited with status 0, i.e. the body
+// returned true. The child leaves through _exit so that no test state is torn down twice.
+template<class Body> bool passesInChild(Body body)
+{
+    const pid_t child = fork();
+    if (child == 0)
+        _exit(body() ? 0 : 1);
+    int status = 0;
+    waitpid(child, &status, 0);
+    return WIFEXITED(status) && WEXITSTATUS(status) == 0;
+}
 
 inline ZelTracer::FullEntry makeEntry(std::uint64_t id, std::uint32_t pid, std::uint32_t kind, const std::string& text)
 {

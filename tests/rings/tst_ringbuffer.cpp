@@ -1,11 +1,8 @@
 #include "RingBuffer.h"
 #include "RingBufferSharedMem.h"
-#include "TestNames.h"
+#include "TraceTestSupport.h"
 
 #include <QtTest>
-
-#include <sys/wait.h>
-#include <unistd.h>
 
 #include <cstring>
 
@@ -111,24 +108,17 @@ void TestRingBuffer::anotherProcessSharesTheBlock()
     ring.writeHeader();
     ring.block().unlock();
 
-    const pid_t child = fork();
-    if (child == 0) {
-        bool ok = false;
-        {
-            RingBufferSharedMem<FullEntry> other(name, ringBytes(50));
-            other.block().lock();
-            ok = other.numberOfElements() == 10 && other.size() == 9 && other.attachCount == 2
-                && other.lastUpdate == 1234 && other(other.begin).id == 4 && other((other.end + 9) % 10).id == 12;
-            other.pop_back();
-            other.pop_back();
-            other.push_back(entry(43));
-            other.block().unlock();
-        }
-        _exit(ok ? 0 : 1);
-    }
-    int status = 0;
-    waitpid(child, &status, 0);
-    QVERIFY(WIFEXITED(status) && WEXITSTATUS(status) == 0);
+    QVERIFY(passesInChild([&name] {
+        RingBufferSharedMem<FullEntry> other(name, ringBytes(50));
+        other.block().lock();
+        const bool ok = other.numberOfElements() == 10 && other.size() == 9 && other.attachCount == 2
+            && other.lastUpdate == 1234 && other(other.begin).id == 4 && other((other.end + 9) % 10).id == 12;
+        other.pop_back();
+        other.pop_back();
+        other.push_back(entry(43));
+        other.block().unlock();
+        return ok;
+    }));
     ring.block().lock();
     ring.readHeader();
     ring.block().unlock();
