@@ -13,8 +13,15 @@ bool restorePlacement(QWidget& window, QSettings& settings)
     const bool fullscreen = settings.value(QStringLiteral("fullscreen"), window.isMaximized()).toBool();
     window.setGeometry(QStyle::alignedRect(Qt::LeftToRight, Qt::AlignCenter, window.size(),
                                            QGuiApplication::primaryScreen()->availableGeometry()));
-    window.resize(settings.value(QStringLiteral("size"), window.size()).toSize());
-    window.move(settings.value(QStringLiteral("pos"), window.pos()).toPoint());
+    // The store may hold anything: sizes and positions no screen has (X11 itself stops at 32767)
+    // are not taken, so the window's geometry arithmetic cannot overflow.
+    constexpr int limit = 32767;
+    const QSize size = settings.value(QStringLiteral("size"), window.size()).toSize();
+    if (size.width() > 0 && size.height() > 0 && size.width() <= limit && size.height() <= limit)
+        window.resize(size);
+    const QPoint pos = settings.value(QStringLiteral("pos"), window.pos()).toPoint();
+    if (pos.x() >= -limit && pos.x() <= limit && pos.y() >= -limit && pos.y() <= limit)
+        window.move(pos);
     return fullscreen;
 }
 
