@@ -18,7 +18,7 @@ namespace gui {
 
 namespace {
 
-// Frames the searched cells of matching rows; the row colours stay as they are.
+// Frames the searched cells whose text matches; the row colours stay as they are.
 class MatchDelegate : public QStyledItemDelegate
 {
 public:
@@ -35,8 +35,7 @@ public:
             || (column != LiveTraceModel::AddressColumn && column != LiveTraceModel::StatusColumn
                 && column != LiveTraceModel::CommandColumn))
             return;
-        const auto* model = qobject_cast<const LiveTraceModel*>(index.model());
-        if (!model || !search.matches(*model, index.row()))
+        if (!search.matchesText(index.data(Qt::DisplayRole).toString()))
             return;
         painter->save();
         painter->setPen(QPen(QColor(255, 140, 0), 2));
@@ -62,11 +61,14 @@ FindBar::FindBar(LiveTraceModel& model, QTableView* view)
     auto* layout = new QHBoxLayout(this);
     layout->setContentsMargins(4, 2, 4, 2);
     edit = new QLineEdit(this);
+    edit->setObjectName(QStringLiteral("findEdit"));
     edit->setPlaceholderText(tr("Find in command, address, status"));
     edit->setClearButtonEnabled(true);
     edit->setMinimumWidth(220);
     regex = new QCheckBox(tr("Regular expression"), this);
     status = new QLabel(this);
+    // Room for a count or a short reason, so that the bar does not jump while records arrive.
+    status->setMinimumWidth(status->fontMetrics().horizontalAdvance(QStringLiteral("00000 matches")));
     auto addButton = [this, layout](const QString& text, const QString& tip, void (FindBar::*slot)()) {
         auto* button = new QToolButton(this);
         button->setText(text);
@@ -98,8 +100,8 @@ QString FindBar::statusText() const
 
 void FindBar::activate()
 {
-    place();
     show();
+    place();
     raise();
     edit->setFocus(Qt::ShortcutFocusReason);
     edit->selectAll();
@@ -117,6 +119,8 @@ void FindBar::rowsChanged()
 {
     if (!rowSearch.errorString().isEmpty()) {
         status->setText(rowSearch.errorString());
+        if (isVisible())
+            place();
         return;
     }
     if (!rowSearch.isActive()) {
@@ -125,6 +129,8 @@ void FindBar::rowsChanged()
     }
     const int count = rowSearch.countMatches(model);
     status->setText(count == 0 ? tr("No match") : count == 1 ? tr("1 match") : tr("%1 matches").arg(count));
+    if (isVisible())
+        place();
 }
 
 void FindBar::showRow(int row)
@@ -171,7 +177,7 @@ void FindBar::previousError()
 
 void FindBar::place()
 {
-    adjustSize();
+    layout()->activate();
     const QRect area = view->viewport()->geometry();
     const int width = std::min(sizeHint().width(), area.width());
     setGeometry(area.right() - width - 8, area.top() + 4, width, sizeHint().height());

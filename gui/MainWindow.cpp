@@ -573,7 +573,7 @@ void MainWindow::setupAnalysis()
         view->horizontalHeader()->resizeSection(column, metrics.horizontalAdvance(QLatin1String(sample)) + 16);
     };
     widen(LiveTraceModel::TimestampColumn, "00:00:00.000");
-    widen(LiveTraceModel::ElapsedTimeColumn, "00000.000000 s");
+    widen(LiveTraceModel::ElapsedTimeColumn, "000.000000 s");
     widen(LiveTraceModel::AddressColumn, "TCPIP0::192.168.1.10::inst0::INSTR");
     widen(LiveTraceModel::DurationColumn, "1000.000 ms");
     widen(LiveTraceModel::StatusColumn, "VI_ERROR_RSRC_NFOUND");
@@ -583,12 +583,15 @@ void MainWindow::setupAnalysis()
     detailsPane = new DetailsPane(model, view, this);
     addDockWidget(Qt::BottomDockWidgetArea, detailsPane);
     statisticsPane = new StatisticsPane(model, this);
-    addDockWidget(Qt::RightDockWidgetArea, statisticsPane);
+    // Both panes below the table, so that the table keeps its width for the Command column.
+    addDockWidget(Qt::BottomDockWidgetArea, statisticsPane);
+    splitDockWidget(detailsPane, statisticsPane, Qt::Horizontal);
     settings.beginGroup(QLatin1String(s_AnalysisGroup));
     detailsPane->setVisible(settings.value(QLatin1String(s_DetailsVisibleKey), true).toBool());
     statisticsPane->setVisible(settings.value(QLatin1String(s_StatisticsVisibleKey), false).toBool());
     settings.endGroup();
-    resizeDocks({detailsPane}, {height() * 2 / 5}, Qt::Vertical);
+    resizeDocks({detailsPane}, {height() / 3}, Qt::Vertical);
+    resizeDocks({detailsPane, statisticsPane}, {width() * 3 / 5, width() * 2 / 5}, Qt::Horizontal);
 
     auto addAction = [this](const QString& text, const QKeySequence& key, void (FindBar::*slot)()) {
         QAction* action = analysisMenu->addAction(text);

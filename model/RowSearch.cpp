@@ -25,6 +25,7 @@ bool RowSearch::setPattern(const QString& text, bool regularExpression)
     regex = regularExpression;
     if (text.isEmpty())
         return true;
+    needle = text;
     if (regex) {
         expression = QRegularExpression(text, QRegularExpression::CaseInsensitiveOption);
         if (!expression.isValid()) {
@@ -61,6 +62,13 @@ bool RowSearch::containsFolded(const char* text, std::size_t length) const
             return true;
     }
     return false;
+}
+
+bool RowSearch::matchesText(const QString& text) const
+{
+    if (!active)
+        return false;
+    return regex ? expression.match(text).hasMatch() : text.contains(needle, Qt::CaseInsensitive);
 }
 
 bool RowSearch::matches(const LiveTraceModel& model, int row) const

@@ -18,6 +18,8 @@ public:
     QString errorString() const { return error; }
 
     bool matches(const LiveTraceModel& model, int row) const;
+    // Whether one text as shown in a cell matches, for marking the cells that made a row match.
+    bool matchesText(const QString& text) const;
     // The next matching row after from (before it when going back), wrapping; -1 when none.
     // A from outside the table starts at its first (last) row.
     int find(const LiveTraceModel& model, int from, bool forward) const;
@@ -33,6 +35,7 @@ private:
     bool active = false;
     bool regex = false;
     QByteArray folded; // the text in Latin-1, lower case
+    QString needle;
     QRegularExpression expression;
     QString error;
     mutable QHash<int, bool> statusMatches; // per status code, whether its name matches
