@@ -6,7 +6,12 @@
 #include "TraceProducer.h"
 #include "TraceTestSupport.h"
 
+#include "RowHeaderView.h"
+
 #include <QApplication>
+#include <QHeaderView>
+#include <QScrollBar>
+#include <QTableView>
 
 #include <benchmark/benchmark.h>
 
@@ -262,6 +267,36 @@ void BM_DataScreenful(benchmark::State& state)
     state.SetItemsProcessed(static_cast<std::int64_t>(state.iterations()) * 40 * LiveTraceModel::ColumnCount);
 }
 BENCHMARK(BM_DataScreenful)->Unit(benchmark::kMicrosecond);
+
+// One display stage of a full table in a 1280x1000 window with "Scroll to bottom" and a repaint:
+// new rows announced, the view scrolled to the end and painted. Argument: the table's own row
+// header (1) or Qt's default one (0), which measures up to 200 labels whenever rows are inserted.
+void BM_ViewUpdate(benchmark::State& state)
+{
+    Pipeline p;
+    QTableView view;
+    if (state.range(0) != 0)
+        view.setVerticalHeader(new gui::RowHeaderView(&view));
+    view.setModel(&p.model);
+    view.horizontalHeader()->setStretchLastSection(true);
+    p.model.tableView = &view;
+    view.resize(1280, 1000);
+    view.show();
+    p.fillModel();
+    for (auto _ : state) {
+        state.PauseTiming();
+        p.pushShared(40);
+        p.model.updateInternalData();
+        state.ResumeTiming();
+        p.model.updateDisplayData();
+        view.scrollToBottom();
+        view.viewport()->repaint();
+        view.verticalHeader()->viewport()->repaint();
+    }
+    p.model.tableView = nullptr;
+    state.counters["rows"] = p.model.rowCount();
+}
+BENCHMARK(BM_ViewUpdate)->ArgName("ownHeader")->Arg(0)->Arg(1)->Unit(benchmark::kMillisecond);
 
 } // namespace
 
