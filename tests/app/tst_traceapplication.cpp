@@ -27,15 +27,160 @@ public:
     { }
 
 private slots:
-    void initTestCase();
-    void cleanupTestCase();
-    void exportAndSave();
-    void leavingThePauseClears();
-    void fileTracingCommands();
-    void startFailureIsReported();
-    void externalEventsReportEdges();
+    void initTestCase()
+    {
+        producer = std::make_unique<TraceProducer>(segment().key, s_VisaSharedMemorySize, segment().semaphore,
+                                                   segment().fileSemaphore);
+        raw = std::make_unique<RawSegment>(segment());
+        // The settings of earlier versions are found under these names.
+        QCOMPARE(QCoreApplication::organizationName() + QLatin1Char('/') + QCoreApplication::applicationName(),
+                 QStringLiteral("Zelbrook/ZelVisaTraceTool"));
+        QSignalSpy changed(&app, &TraceApplication::tracingChanged);
+        app.starttrace();
+        QCOMPARE(changed.size(), 1);
+        QCOMPARE(raw->header().tracingActive, 1u);
+        app.getModel().stop(); // the tests drive the stages themselves
+        app.getModel().timerHit();
+    }
+
+    void cleanupTestCase()
+    {
+        producer.reset();
+        raw.reset();
+        segment().remove();
+    }
+
+    // The export is the header, then one line per row: kind, id, time, pid, thread, session, address,
+    // duration, repeat count, status as unsigned, command.
+    void exportAndSave()
+    {
+        const QString header = QStringLiteral("# VISA version: 5.12.9\n# Bitness:      64\n# OS:           Linux\n");
+        app.clearbuffer();
+        QCOMPARE(app.getBuffer(), header);
+        raw->header().tracingActive = 1;
+        write(100, 7, 0, "viOpen(1, \"TCPIP0::1::INSTR\")");
+        write(100, 7, 1, "viOpen(1, \"TCPIP0::1::INSTR\")");
+        write(200, 3, 1, "viWrite(2, \"a\tb %1\")");
+        write(100, 9, 0, "viClose(2)");
+        capture();
+        QCOMPARE(app.getModel().rowCount(), 3);
+        QCOMPARE(
+            app.getBuffer(),
+            header
+                + QStringLiteral("0\t7\t22:13:27.250\t100\t101\t7\tGPIB0::22::INSTR\t0.000123457\t1\t1073676293\t"
+                                 "viOpen(1, \"TCPIP0::1::INSTR\")\n"
+                                 "0\t3\t22:13:23.250\t200\t201\t7\tGPIB0::22::INSTR\t0.000123457\t1\t1073676293\t"
+                                 "viWrite(2, \"a\tb %1\")\n"
+                                 "2\t9\t22:13:29.250\t100\t101\t7\tGPIB0::22::INSTR\t0.000123457\t0\t0\tviClose(2)\n"));
+
+        // Saving writes over an older, longer file without cutting it.
+        app.clearbuffer();
+        const QString name = dir.filePath(QStringLiteral("view.txt"));
+        QFile file(name);
+        QVERIFY(file.open(QIODevice::WriteOnly));
+        file.write(QByteArray(100, 'X') + "TAIL");
+        file.close();
+        app.saveBufferToFile(name);
+        QVERIFY(file.open(QIODevice::ReadOnly));
+        QCOMPARE(file.readAll(), header.toLatin1() + QByteArray(100 - header.size(), 'X') + "TAIL");
+        app.saveBufferToFile(dir.filePath(QStringLiteral("no/such/dir/view.txt"))); // quietly nothing
+    }
+
+    void leavingThePauseClears()
+    {
+        write(300, 1, 1, "viRead(1)");
+        capture();
+        QVERIFY(app.getModel().rowCount() > 0);
+        app.setDisplayPause(true);
+        QVERIFY(app.getModel().isPaused());
+        QVERIFY(app.getModel().rowCount() > 0);
+        app.setDisplayPause(false);
+        QCOMPARE(app.getModel().rowCount(), 0);
+        write(300, 2, 1, "viRead(2)");
+        capture();
+        QCOMPARE(app.getModel().rowCount(), 1);
+        app.setDisplayPause(false); // un-paused: still clears
+        QCOMPARE(app.getModel().rowCount(), 0);
+    }
+
+    void fileTracingCommands()
+    {
+        QSignalSpy changed(&app, &TraceApplication::tracingChanged);
+        const std::string log = dir.filePath(QStringLiteral("trace.log")).toStdString();
+        app.startfiletrace(log);
+        QCOMPARE(raw->header().tracingToFile, 1u);
+        QCOMPARE(std::string(raw->header().fileName), log);
+        app.stopfiletrace();
+        QCOMPARE(raw->header().tracingToFile, 0u);
+        QCOMPARE(std::string(raw->header().fileName), log);
+        QCOMPARE(changed.size(), 2);
+    }
+
+    void startFailureIsReported()
+    {
+        // A ring that can be neither attached nor created.
+        app.getModel().setSharedRingSize(-1);
+        QSignalSpy changed(&app, &TraceApplication::tracingChanged);
+        QCOMPARE(closingModals([this] { app.starttrace(); }),
+                 QStringList {QStringLiteral("Error/Due to an internal error tracing could not be started!")});
+        QCOMPARE(changed.size(), 0);
+        QCOMPARE(raw->header().tracingActive, 0u);
+        app.getModel().setSharedRingSize(LiveTraceModel::s_DefaultSharedRingSize);
+    }
+
+    void externalEventsReportEdges()
+    {
+        TraceChannelControl other(segment().key, s_VisaSharedMemorySize, segment().semaphore);
+        other.setTracingActive(false);
+        other.settracingToFileActive(false);
+        ExternalEvents events(segment().key, segment().semaphore);
+        QStringList order;
+        QObject::connect(&events, &ExternalEvents::start, [&] { order << QStringLiteral("start"); });
+        QObject::connect(&events, &ExternalEvents::stop, [&] { order << QStringLiteral("stop"); });
+        QObject::connect(&events, &ExternalEvents::starttofile, [&] { order << QStringLiteral("starttofile"); });
+        QObject::connect(&events, &ExternalEvents::stoptofile, [&] { order << QStringLiteral("stoptofile"); });
+
+        events.emitSignals();
+        QCOMPARE(order, (QStringList {QStringLiteral("stop"), QStringLiteral("stoptofile")}));
+        order.clear();
+
+        // Both flags in one interval: tracing first, then the file.
+        other.settracingToFileActive(true, dir.filePath(QStringLiteral("e.log")).toStdString());
+        other.setTracingActive(true);
+        QTRY_COMPARE(order, (QStringList {QStringLiteral("start"), QStringLiteral("starttofile")}));
+        order.clear();
+
+        // On and off again between two polls is no edge at all.
+        other.setTracingActive(false);
+        other.setTracingActive(true);
+        QTest::qWait(3 * ExternalEvents::s_PollInterval);
+        QCOMPARE(order, QStringList());
+        other.setTracingActive(false);
+        QTRY_COMPARE(order, QStringList {QStringLiteral("stop")});
+    }
+
     // Last: quitting leaves the application unable to run modal loops.
-    void lastInstanceSwitchesTracingOff();
+    void lastInstanceSwitchesTracingOff()
+    {
+        // Another copy of the tool: its own channel control and model on the same ring.
+        TraceChannelControl otherControl(segment().key, s_VisaSharedMemorySize, segment().semaphore);
+        auto other = std::make_unique<LiveTraceModel>(nullptr, otherControl,
+                                                      privateEndpoints(segment(), "app").sharedRingName);
+        app.starttrace();
+        QVERIFY(other->start());
+        app.startfiletrace(dir.filePath(QStringLiteral("q.log")).toStdString());
+
+        app.quit();
+        QCOMPARE(raw->header().tracingActive, 1u);
+        QCOMPARE(raw->header().tracingToFile, 1u);
+
+        QVERIFY(!other->detachSharedRingBuffer()); // the other copy was the last one
+        other.reset();
+        app.starttrace();
+        app.quit();
+        QCOMPARE(raw->header().tracingActive, 0u);
+        QCOMPARE(raw->header().tracingToFile, 0u);
+    }
 
 private:
     void write(std::uint32_t pid, std::uint64_t id, std::uint32_t kind, const char* text);
@@ -46,29 +191,6 @@ private:
     std::unique_ptr<RawSegment> raw;
     QTemporaryDir dir;
 };
-
-void TestTraceApplication::initTestCase()
-{
-    producer = std::make_unique<TraceProducer>(segment().key, s_VisaSharedMemorySize, segment().semaphore,
-                                               segment().fileSemaphore);
-    raw = std::make_unique<RawSegment>(segment());
-    // The settings of earlier versions are found under these names.
-    QCOMPARE(QCoreApplication::organizationName() + QLatin1Char('/') + QCoreApplication::applicationName(),
-             QStringLiteral("Zelbrook/ZelVisaTraceTool"));
-    QSignalSpy changed(&app, &TraceApplication::tracingChanged);
-    app.starttrace();
-    QCOMPARE(changed.size(), 1);
-    QCOMPARE(raw->header().tracingActive, 1u);
-    app.getModel().stop(); // the tests drive the stages themselves
-    app.getModel().timerHit();
-}
-
-void TestTraceApplication::cleanupTestCase()
-{
-    producer.reset();
-    raw.reset();
-    segment().remove();
-}
 
 void TestTraceApplication::write(std::uint32_t pid, std::uint64_t id, std::uint32_t kind, const char* text)
 {
@@ -86,137 +208,6 @@ void TestTraceApplication::capture()
     model.stop();
     QTest::qWait(LiveTraceModel::s_TimerInterval + 10);
     model.timerHit();
-}
-
-// The export is the header, then one line per row: kind, id, time, pid, thread, session, address,
-// duration, repeat count, status as unsigned, command.
-void TestTraceApplication::exportAndSave()
-{
-    const QString header = QStringLiteral("# VISA version: 5.12.9\n# Bitness:      64\n# OS:           Linux\n");
-    app.clearbuffer();
-    QCOMPARE(app.getBuffer(), header);
-    raw->header().tracingActive = 1;
-    write(100, 7, 0, "viOpen(1, \"TCPIP0::1::INSTR\")");
-    write(100, 7, 1, "viOpen(1, \"TCPIP0::1::INSTR\")");
-    write(200, 3, 1, "viWrite(2, \"a\tb %1\")");
-    write(100, 9, 0, "viClose(2)");
-    capture();
-    QCOMPARE(app.getModel().rowCount(), 3);
-    QCOMPARE(
-        app.getBuffer(),
-        header
-            + QStringLiteral("0\t7\t22:13:27.250\t100\t101\t7\tGPIB0::22::INSTR\t0.000123457\t1\t1073676293\t"
-                             "viOpen(1, \"TCPIP0::1::INSTR\")\n"
-                             "0\t3\t22:13:23.250\t200\t201\t7\tGPIB0::22::INSTR\t0.000123457\t1\t1073676293\t"
-                             "viWrite(2, \"a\tb %1\")\n"
-                             "2\t9\t22:13:29.250\t100\t101\t7\tGPIB0::22::INSTR\t0.000123457\t0\t0\tviClose(2)\n"));
-
-    // Saving writes over an older, longer file without cutting it.
-    app.clearbuffer();
-    const QString name = dir.filePath(QStringLiteral("view.txt"));
-    QFile file(name);
-    QVERIFY(file.open(QIODevice::WriteOnly));
-    file.write(QByteArray(100, 'X') + "TAIL");
-    file.close();
-    app.saveBufferToFile(name);
-    QVERIFY(file.open(QIODevice::ReadOnly));
-    QCOMPARE(file.readAll(), header.toLatin1() + QByteArray(100 - header.size(), 'X') + "TAIL");
-    app.saveBufferToFile(dir.filePath(QStringLiteral("no/such/dir/view.txt"))); // quietly nothing
-}
-
-void TestTraceApplication::leavingThePauseClears()
-{
-    write(300, 1, 1, "viRead(1)");
-    capture();
-    QVERIFY(app.getModel().rowCount() > 0);
-    app.setDisplayPause(true);
-    QVERIFY(app.getModel().isPaused());
-    QVERIFY(app.getModel().rowCount() > 0);
-    app.setDisplayPause(false);
-    QCOMPARE(app.getModel().rowCount(), 0);
-    write(300, 2, 1, "viRead(2)");
-    capture();
-    QCOMPARE(app.getModel().rowCount(), 1);
-    app.setDisplayPause(false); // un-paused: still clears
-    QCOMPARE(app.getModel().rowCount(), 0);
-}
-
-void TestTraceApplication::fileTracingCommands()
-{
-    QSignalSpy changed(&app, &TraceApplication::tracingChanged);
-    const std::string log = dir.filePath(QStringLiteral("trace.log")).toStdString();
-    app.startfiletrace(log);
-    QCOMPARE(raw->header().tracingToFile, 1u);
-    QCOMPARE(std::string(raw->header().fileName), log);
-    app.stopfiletrace();
-    QCOMPARE(raw->header().tracingToFile, 0u);
-    QCOMPARE(std::string(raw->header().fileName), log);
-    QCOMPARE(changed.size(), 2);
-}
-
-void TestTraceApplication::lastInstanceSwitchesTracingOff()
-{
-    // Another copy of the tool: its own channel control and model on the same ring.
-    TraceChannelControl otherControl(segment().key, s_VisaSharedMemorySize, segment().semaphore);
-    auto other
-        = std::make_unique<LiveTraceModel>(nullptr, otherControl, privateEndpoints(segment(), "app").sharedRingName);
-    app.starttrace();
-    QVERIFY(other->start());
-    app.startfiletrace(dir.filePath(QStringLiteral("q.log")).toStdString());
-
-    app.quit();
-    QCOMPARE(raw->header().tracingActive, 1u);
-    QCOMPARE(raw->header().tracingToFile, 1u);
-
-    QVERIFY(!other->detachSharedRingBuffer()); // the other copy was the last one
-    other.reset();
-    app.starttrace();
-    app.quit();
-    QCOMPARE(raw->header().tracingActive, 0u);
-    QCOMPARE(raw->header().tracingToFile, 0u);
-}
-
-void TestTraceApplication::startFailureIsReported()
-{
-    // A ring that can be neither attached nor created.
-    app.getModel().setSharedRingSize(-1);
-    QSignalSpy changed(&app, &TraceApplication::tracingChanged);
-    QCOMPARE(closingModals([this] { app.starttrace(); }),
-             QStringList {QStringLiteral("Error/Due to an internal error tracing could not be started!")});
-    QCOMPARE(changed.size(), 0);
-    QCOMPARE(raw->header().tracingActive, 0u);
-    app.getModel().setSharedRingSize(LiveTraceModel::s_DefaultSharedRingSize);
-}
-
-void TestTraceApplication::externalEventsReportEdges()
-{
-    TraceChannelControl other(segment().key, s_VisaSharedMemorySize, segment().semaphore);
-    other.setTracingActive(false);
-    other.settracingToFileActive(false);
-    ExternalEvents events(segment().key, segment().semaphore);
-    QStringList order;
-    QObject::connect(&events, &ExternalEvents::start, [&] { order << QStringLiteral("start"); });
-    QObject::connect(&events, &ExternalEvents::stop, [&] { order << QStringLiteral("stop"); });
-    QObject::connect(&events, &ExternalEvents::starttofile, [&] { order << QStringLiteral("starttofile"); });
-    QObject::connect(&events, &ExternalEvents::stoptofile, [&] { order << QStringLiteral("stoptofile"); });
-
-    events.emitSignals();
-    QCOMPARE(order, (QStringList {QStringLiteral("stop"), QStringLiteral("stoptofile")}));
-    order.clear();
-
-    // Both flags in one interval: tracing first, then the file.
-    other.settracingToFileActive(true, dir.filePath(QStringLiteral("e.log")).toStdString());
-    other.setTracingActive(true);
-    QTRY_COMPARE(order, (QStringList {QStringLiteral("start"), QStringLiteral("starttofile")}));
-    order.clear();
-
-    // On and off again between two polls is no edge at all.
-    other.setTracingActive(false);
-    other.setTracingActive(true);
-    QTest::qWait(3 * ExternalEvents::s_PollInterval);
-    QCOMPARE(order, QStringList());
-    other.setTracingActive(false);
-    QTRY_COMPARE(order, QStringList {QStringLiteral("stop")});
 }
 
 int main(int argc, char** argv)

@@ -11,32 +11,19 @@ class TestValueFormat : public QObject
     Q_OBJECT
 
 private slots:
-    void initTestCase();
-    void everyStatusName_data();
-    void everyStatusName();
-    void unknownStatus_data();
-    void unknownStatus();
-    void duration_data();
-    void duration();
-    void timestamp_data();
-    void timestamp();
-    void filterStrings_data();
-    void filterStrings();
-};
+    void initTestCase()
+    {
+        qputenv("TZ", "UTC");
+        tzset();
+    }
 
-void TestValueFormat::initTestCase()
-{
-    qputenv("TZ", "UTC");
-    tzset();
-}
-
-void TestValueFormat::everyStatusName_data()
-{
-    // Name without its prefix = low 16 bits of the code, in hex.
-    QTest::addColumn<QString>("prefix");
-    QTest::addColumn<quint32>("base");
-    QTest::addColumn<QString>("names");
-    // clang-format off
+    void everyStatusName_data()
+    {
+        // Name without its prefix = low 16 bits of the code, in hex.
+        QTest::addColumn<QString>("prefix");
+        QTest::addColumn<quint32>("base");
+        QTest::addColumn<QString>("names");
+        // clang-format off
     QTest::newRow("successes and warnings") << QStringLiteral("VI_") << 0x3FFF0000u << QStringLiteral(
         "SUCCESS=0 SUCCESS_EVENT_EN=2 SUCCESS_EVENT_DIS=3 SUCCESS_QUEUE_EMPTY=4 SUCCESS_TERM_CHAR=5 "
         "SUCCESS_MAX_CNT=6 WARN_QUEUE_OVERFLOW=C WARN_CONFIG_NLOADED=77 SUCCESS_DEV_NPRESENT=7D "
@@ -56,118 +43,119 @@ void TestValueFormat::everyStatusName_data()
         "INV_PARAMETER=78 INV_PROT=79 INV_SIZE=7B WINDOW_MAPPED=80 NIMPL_OPER=81 INV_LENGTH=83 INV_MODE=91 "
         "SESN_NLOCKED=9C MEM_NSHARED=9D LIBRARY_NFOUND=9E NSUP_INTR=9F INV_LINE=A0 FILE_ACCESS=A1 FILE_IO=A2 "
         "NSUP_LINE=A3 NSUP_MECH=A4 INTF_NUM_NCONFIG=A5 CONN_LOST=A6");
-    // clang-format on
-}
-
-void TestValueFormat::everyStatusName()
-{
-    QFETCH(QString, prefix);
-    QFETCH(quint32, base);
-    QFETCH(QString, names);
-    for (const QString& pair : names.split(QLatin1Char(' '))) {
-        const QString name = prefix + pair.section(QLatin1Char('='), 0, 0);
-        const quint32 low = pair.section(QLatin1Char('='), 1).toUInt(nullptr, 16);
-        // VI_SUCCESS is 0 itself, not the base.
-        const quint32 code = name == QLatin1String("VI_SUCCESS") ? 0 : base | low;
-        QCOMPARE(status2string(static_cast<int>(code)), name);
+        // clang-format on
     }
-}
 
-void TestValueFormat::unknownStatus_data()
-{
-    QTest::addColumn<quint32>("code");
-    QTest::newRow("between two warnings") << 0x3FFF0001u;
-    QTest::newRow("below the first error") << 0xBFFEFFFFu;
-    QTest::newRow("above the last error") << 0xBFFF00A7u;
-    QTest::newRow("a newer standard code") << 0xBFFF00AAu;
-    QTest::newRow("minus one") << 0xFFFFFFFFu;
-    QTest::newRow("one") << 1u;
-}
+    void everyStatusName()
+    {
+        QFETCH(QString, prefix);
+        QFETCH(quint32, base);
+        QFETCH(QString, names);
+        for (const QString& pair : names.split(QLatin1Char(' '))) {
+            const QString name = prefix + pair.section(QLatin1Char('='), 0, 0);
+            const quint32 low = pair.section(QLatin1Char('='), 1).toUInt(nullptr, 16);
+            // VI_SUCCESS is 0 itself, not the base.
+            const quint32 code = name == QLatin1String("VI_SUCCESS") ? 0 : base | low;
+            QCOMPARE(status2string(static_cast<int>(code)), name);
+        }
+    }
 
-void TestValueFormat::unknownStatus()
-{
-    QFETCH(quint32, code);
-    QCOMPARE(status2string(static_cast<int>(code)), QStringLiteral("Unknown Status"));
-}
+    void unknownStatus_data()
+    {
+        QTest::addColumn<quint32>("code");
+        QTest::newRow("between two warnings") << 0x3FFF0001u;
+        QTest::newRow("below the first error") << 0xBFFEFFFFu;
+        QTest::newRow("above the last error") << 0xBFFF00A7u;
+        QTest::newRow("a newer standard code") << 0xBFFF00AAu;
+        QTest::newRow("minus one") << 0xFFFFFFFFu;
+        QTest::newRow("one") << 1u;
+    }
 
-void TestValueFormat::duration_data()
-{
-    QTest::addColumn<double>("seconds");
-    QTest::addColumn<QString>("text");
-    QTest::newRow("above one second") << 1.2345 << QStringLiteral("1.234 s");
-    QTest::newRow("exactly one second") << 1.0 << QStringLiteral("1000.000 ms");
-    QTest::newRow("milliseconds") << 0.0123456 << QStringLiteral("12.346 ms");
-    QTest::newRow("exactly one millisecond") << 0.001 << QString::fromUtf8("1000.0 \xC2\xB5s");
-    QTest::newRow("microseconds") << 0.0000255 << QString::fromUtf8("25.5 \xC2\xB5s");
-    QTest::newRow("exactly one microsecond") << 0.000001 << QStringLiteral("1000 ns");
-    QTest::newRow("zero") << 0.0 << QStringLiteral("0 ns");
-    QTest::newRow("negative") << -0.5 << QStringLiteral("-500000000 ns");
-}
+    void unknownStatus()
+    {
+        QFETCH(quint32, code);
+        QCOMPARE(status2string(static_cast<int>(code)), QStringLiteral("Unknown Status"));
+    }
 
-void TestValueFormat::duration()
-{
-    QFETCH(double, seconds);
-    QFETCH(QString, text);
-    QCOMPARE(duration2string(seconds), text);
-}
+    void duration_data()
+    {
+        QTest::addColumn<double>("seconds");
+        QTest::addColumn<QString>("text");
+        QTest::newRow("above one second") << 1.2345 << QStringLiteral("1.234 s");
+        QTest::newRow("exactly one second") << 1.0 << QStringLiteral("1000.000 ms");
+        QTest::newRow("milliseconds") << 0.0123456 << QStringLiteral("12.346 ms");
+        QTest::newRow("exactly one millisecond") << 0.001 << QString::fromUtf8("1000.0 \xC2\xB5s");
+        QTest::newRow("microseconds") << 0.0000255 << QString::fromUtf8("25.5 \xC2\xB5s");
+        QTest::newRow("exactly one microsecond") << 0.000001 << QStringLiteral("1000 ns");
+        QTest::newRow("zero") << 0.0 << QStringLiteral("0 ns");
+        QTest::newRow("negative") << -0.5 << QStringLiteral("-500000000 ns");
+    }
 
-void TestValueFormat::timestamp_data()
-{
-    QTest::addColumn<qint64>("seconds");
-    QTest::addColumn<double>("fraction");
-    QTest::addColumn<QString>("text");
-    QTest::newRow("quarter") << Q_INT64_C(1700000000) << 0.25 << QStringLiteral("22:13:20.250");
-    QTest::newRow("rounds down to zero") << Q_INT64_C(1700000000) << 0.0004 << QStringLiteral("22:13:20.000");
-    QTest::newRow("never carries into the seconds")
-        << Q_INT64_C(1700000000) << 0.9996 << QStringLiteral("22:13:20.000");
-    QTest::newRow("midnight") << Q_INT64_C(0) << 0.999 << QStringLiteral("00:00:00.999");
-}
+    void duration()
+    {
+        QFETCH(double, seconds);
+        QFETCH(QString, text);
+        QCOMPARE(duration2string(seconds), text);
+    }
 
-void TestValueFormat::timestamp()
-{
-    QFETCH(qint64, seconds);
-    QFETCH(double, fraction);
-    QFETCH(QString, text);
-    const long s = static_cast<long>(seconds);
-    QCOMPARE(timestamp2string(s, fraction), text);
-}
+    void timestamp_data()
+    {
+        QTest::addColumn<qint64>("seconds");
+        QTest::addColumn<double>("fraction");
+        QTest::addColumn<QString>("text");
+        QTest::newRow("quarter") << Q_INT64_C(1700000000) << 0.25 << QStringLiteral("22:13:20.250");
+        QTest::newRow("rounds down to zero") << Q_INT64_C(1700000000) << 0.0004 << QStringLiteral("22:13:20.000");
+        QTest::newRow("never carries into the seconds")
+            << Q_INT64_C(1700000000) << 0.9996 << QStringLiteral("22:13:20.000");
+        QTest::newRow("midnight") << Q_INT64_C(0) << 0.999 << QStringLiteral("00:00:00.999");
+    }
 
-void TestValueFormat::filterStrings_data()
-{
-    QTest::addColumn<QString>("command");
-    QTest::addColumn<QString>("filtered");
-    QTest::newRow("write keeps only the string")
-        << QStringLiteral("viWrite(0x00000001, \"*IDN?\\n\", 6, 6)") << QStringLiteral("viWrite(\"*IDN?\\n\")");
-    QTest::newRow("two strings separated by a comma") << QStringLiteral("viOpen(1, \"GPIB0::1::INSTR\", \"x\")")
-                                                      << QStringLiteral("viOpen(\"GPIB0::1::INSTR\",\"x\")");
-    QTest::newRow("inner quote that does not close")
-        << QStringLiteral("viWrite(1, \"a\"b\", 3)") << QStringLiteral("viWrite(\"a\"b\")");
-    QTest::newRow("escaped quote stays inside")
-        << QStringLiteral("viWrite(1, \"a\\\"b\")") << QStringLiteral("viWrite(\"a\\\"b\")");
-    QTest::newRow("unterminated string runs to the end")
-        << QStringLiteral("viWrite(1, \"abc") << QStringLiteral("viWrite(\"abc)");
-    QTest::newRow("no parenthesis, no quotes") << QStringLiteral("viClose") << QStringLiteral(")");
-    QTest::newRow("no parenthesis, a string") << QStringLiteral("x \"y\"") << QStringLiteral("\"y\")");
-    QTest::newRow("set attribute") << QStringLiteral("viSetAttribute(0x1, attribute=VI_ATTR_TMO_VALUE, value=5000)")
-                                   << QStringLiteral("viSetAttribute(VI_ATTR_TMO_VALUE,5000)");
-    QTest::newRow("attribute with two parts shows only the name")
-        << QStringLiteral("viSetAttribute(0x1, VI_ATTR_TMO_VALUE=5000)") << QStringLiteral("viSetAttribute(");
-    QTest::newRow("part without a value keeps its comma")
-        << QStringLiteral("viGetAttribute(1, A, C=D)") << QStringLiteral("viGetAttribute(,D)");
-    QTest::newRow("get attribute with three parts")
-        << QStringLiteral("viGetAttribute(1, A=B, C=D)") << QStringLiteral("viGetAttribute(B,D)");
-    QTest::newRow("attribute with four parts shows only the name")
-        << QStringLiteral("viGetAttribute(1, A=B, C=D, E)") << QStringLiteral("viGetAttribute(");
-    QTest::newRow("count prefix is part of the text")
-        << QStringLiteral("3 x viWrite(1, \"a\")") << QStringLiteral("3 x viWrite(\"a\")");
-}
+    void timestamp()
+    {
+        QFETCH(qint64, seconds);
+        QFETCH(double, fraction);
+        QFETCH(QString, text);
+        const long s = static_cast<long>(seconds);
+        QCOMPARE(timestamp2string(s, fraction), text);
+    }
 
-void TestValueFormat::filterStrings()
-{
-    QFETCH(QString, command);
-    QFETCH(QString, filtered);
-    QCOMPARE(ValueFormat::filterStrings(command), filtered);
-}
+    void filterStrings_data()
+    {
+        QTest::addColumn<QString>("command");
+        QTest::addColumn<QString>("filtered");
+        QTest::newRow("write keeps only the string")
+            << QStringLiteral("viWrite(0x00000001, \"*IDN?\\n\", 6, 6)") << QStringLiteral("viWrite(\"*IDN?\\n\")");
+        QTest::newRow("two strings separated by a comma") << QStringLiteral("viOpen(1, \"GPIB0::1::INSTR\", \"x\")")
+                                                          << QStringLiteral("viOpen(\"GPIB0::1::INSTR\",\"x\")");
+        QTest::newRow("inner quote that does not close")
+            << QStringLiteral("viWrite(1, \"a\"b\", 3)") << QStringLiteral("viWrite(\"a\"b\")");
+        QTest::newRow("escaped quote stays inside")
+            << QStringLiteral("viWrite(1, \"a\\\"b\")") << QStringLiteral("viWrite(\"a\\\"b\")");
+        QTest::newRow("unterminated string runs to the end")
+            << QStringLiteral("viWrite(1, \"abc") << QStringLiteral("viWrite(\"abc)");
+        QTest::newRow("no parenthesis, no quotes") << QStringLiteral("viClose") << QStringLiteral(")");
+        QTest::newRow("no parenthesis, a string") << QStringLiteral("x \"y\"") << QStringLiteral("\"y\")");
+        QTest::newRow("set attribute") << QStringLiteral("viSetAttribute(0x1, attribute=VI_ATTR_TMO_VALUE, value=5000)")
+                                       << QStringLiteral("viSetAttribute(VI_ATTR_TMO_VALUE,5000)");
+        QTest::newRow("attribute with two parts shows only the name")
+            << QStringLiteral("viSetAttribute(0x1, VI_ATTR_TMO_VALUE=5000)") << QStringLiteral("viSetAttribute(");
+        QTest::newRow("part without a value keeps its comma")
+            << QStringLiteral("viGetAttribute(1, A, C=D)") << QStringLiteral("viGetAttribute(,D)");
+        QTest::newRow("get attribute with three parts")
+            << QStringLiteral("viGetAttribute(1, A=B, C=D)") << QStringLiteral("viGetAttribute(B,D)");
+        QTest::newRow("attribute with four parts shows only the name")
+            << QStringLiteral("viGetAttribute(1, A=B, C=D, E)") << QStringLiteral("viGetAttribute(");
+        QTest::newRow("count prefix is part of the text")
+            << QStringLiteral("3 x viWrite(1, \"a\")") << QStringLiteral("3 x viWrite(\"a\")");
+    }
+
+    void filterStrings()
+    {
+        QFETCH(QString, command);
+        QFETCH(QString, filtered);
+        QCOMPARE(ValueFormat::filterStrings(command), filtered);
+    }
+};
 
 QTEST_GUILESS_MAIN(TestValueFormat)
 #include "tst_valueformat.moc"

@@ -30,21 +30,454 @@ public:
     { }
 
 private slots:
-    void init();
-    void cleanup();
-    void actionStates_data();
-    void actionStates();
-    void statusAndPause();
-    void quickFilters_data();
-    void quickFilters();
-    void quickHighlightColours();
-    void contextMenus();
-    void doubleClickJumpsToPartner();
-    void readerKeepsPlaceWhenRowsLeave_data();
-    void readerKeepsPlaceWhenRowsLeave();
-    void fileNameChecks();
-    void settings();
-    void endToEndWithGenerator();
+    void init()
+    {
+        QSettings().clear();
+        idBase += 1000000;
+        app.stopfiletrace();
+        model.setFilter(ModelFilters());
+        // Tracing is on before the window comes, so that its monitor of the shared flags sees no edge
+        // later and does not start afresh in the middle of a test.
+        app.starttrace();
+        window = std::make_unique<gui::MainWindow>(nullptr, app);
+    }
+
+    void cleanup() { window.reset(); }
+
+    void actionStates_data()
+    {
+        QTest::addColumn<bool>("tracing");
+        QTest::addColumn<bool>("toFile");
+        // Enabled: Start, Stop, Record, StopRecord / Pause, IconPause / file field, its two buttons;
+        // visible: IconStart, IconStop, Start_to_file, Stop_to_file. Then the start of the status text.
+        QTest::addColumn<QString>("states");
+        QTest::addColumn<QString>("statusStart");
+
+        QTest::newRow("off") << false << false << QStringLiteral("1010 00 111 1010")
+                             << QStringLiteral("Live view not active|");
+        QTest::newRow("tracing") << true << false << QStringLiteral("0110 11 111 0110")
+                                 << QStringLiteral("Live view active|");
+        QTest::newRow("tracing to file") << true << true << QStringLiteral("0101 11 000 0101")
+                                         << QStringLiteral("Recording to file|Live view active|");
+    }
+
+    void actionStates()
+    {
+        QFETCH(bool, tracing);
+        QFETCH(bool, toFile);
+        QTemporaryDir dir;
+        const QString log = dir.filePath(QStringLiteral("states.log"));
+        if (!tracing)
+            app.stoptrace();
+        if (toFile)
+            app.startfiletrace(log.toStdString());
+
+        QString states;
+        auto add = [&states](const std::initializer_list<bool>& flags) {
+            for (bool flag : flags)
+                states += flag ? QLatin1Char('1') : QLatin1Char('0');
+            states += QLatin1Char(' ');
+        };
+        add({get("actionStart")->isEnabled(), get("actionStop")->isEnabled(), get("actionRecord_to_file")->isEnabled(),
+             get("actionStop_record_to_file")->isEnabled()});
+        add({get("actionPause")->isEnabled(), get("actionIconPause")->isEnabled()});
+        add({get<QWidget>("editFilename")->isEnabled(), get<QWidget>("saveFileButton")->isEnabled(),
+             get<QWidget>("deleteLogFileButton")->isEnabled()});
+        add({get("actionIconStart")->isVisible(), get("actionIconStop")->isVisible(),
+             get("actionStart_to_file")->isVisible(), get("actionStop_to_file")->isVisible()});
+        QTEST(states.trimmed(), "states");
+        QFETCH(QString, statusStart);
+        QVERIFY2(status().startsWith(statusStart), qPrintable(status()));
+        if (toFile)
+            QCOMPARE(get<QLineEdit>("editFilename")->text(), log);
+    }
+
+    void statusAndPause()
+    {
+        QCOMPARE(status(), QStringLiteral("Live view active|0 entries|"));
+        get("actionPauseOnError")->setChecked(true);
+        write(30, 1, 1, 0, "viOpen(0x1)");
+        write(30, 1, 1, 1, "viOpen(0x1)");
+        capture();
+        QCOMPARE(status(), QStringLiteral("Live view active|1 entry|"));
+        QVERIFY(!get("actionPause")->isChecked());
+
+        // An error row pauses the view; both pause actions show it.
+        write(30, 1, 2, 0, "viRead(0x1, 10)");
+        write(30, 1, 2, 1, "viRead(0x1, 10)", s_Timeout);
+        capture();
+        QVERIFY(get("actionPause")->isChecked() && get("actionIconPause")->isChecked());
+        QVERIFY(model.isPaused());
+        QCOMPARE(status(), QStringLiteral("Live view paused|Entry with error|2 entries|"));
+
+        // Resuming starts afresh.
+        get("actionPause")->trigger();
+        QVERIFY(!model.isPaused() && !model.errorInDisplay);
+        QVERIFY(!get("actionIconPause")->isChecked());
+        QCOMPARE(status(), QStringLiteral("Live view active|0 entries|"));
+        get("actionIconPause")->trigger();
+        QVERIFY(get("actionPause")->isChecked());
+        QCOMPARE(status(), QStringLiteral("Live view paused|0 entries|"));
+    }
+
+    void quickFilters_data()
+    {
+        QTest::addColumn<int>("entry");
+        QTest::addColumn<quint32>("value");
+        QTest::addColumn<QString>("text");
+
+        // The row under test: pid 4242, thread 77, session 7, address GPIB0::22::INSTR.
+        const char* names[] = {"thread", "process", "session", "address", "command"};
+        const quint32 numbers[] = {77, 4242, 7, 0, 0};
+        const QString texts[]
+            = {QString(), QString(), QString(), QStringLiteral("GPIB0::22::INSTR"), QStringLiteral("viWrite(")};
+        const char* actions[] = {"highlight", "show only", "hide"};
+        for (int type = 0; type < SingleFilter::TypeCount; ++type) {
+            const int field = type % SingleFilter::FieldCount;
+            QTest::addRow("%s %s", actions[type / 5], names[field]) << type << numbers[field] << texts[field];
+        }
+    }
+
+    // The menu id carries the row: the rule takes its value from row 1, not from row 0.
+    void quickFilters()
+    {
+        QFETCH(int, entry);
+        write(1, 1, 1, 0, "viClear(0x1)");
+        write(1, 1, 1, 1, "viClear(0x1)");
+        write(4242, 77, 2, 0, "viWrite(0x7, \"*IDN?\\n\", 6, 6)");
+        write(4242, 77, 2, 1, "viWrite(0x7, \"*IDN?\\n\", 6, 6)");
+        capture();
+        QCOMPARE(model.rowCount(), 2);
+
+        QVERIFY(QMetaObject::invokeMethod(window.get(), "popupmenuTriggered", Q_ARG(int, 1 * 32 + entry)));
+        const QList<SingleFilter>& rules = model.getFilters().filters;
+        QCOMPARE(rules.size(), 1);
+        QCOMPARE(rules[0].type, entry);
+        QTEST(rules[0].value, "value");
+        QTEST(rules[0].text, "text");
+        QCOMPARE(rules[0].color, QColor(Qt::magenta));
+    }
+
+    void quickHighlightColours()
+    {
+        {
+            QSettings settings;
+            settings.setValue(QStringLiteral("FilterColors/FilterColor0"), QColor(Qt::red));
+            settings.setValue(QStringLiteral("FilterColors/FilterColor1"), QColor(Qt::green));
+        }
+        write(5, 6, 1, 0, "viRead(0x1, 10)");
+        capture();
+        for (int id : {SingleFilter::HighlightThread, SingleFilter::IncludeSession, SingleFilter::HighlightAddress,
+                       SingleFilter::HighlightCommand, SingleFilter::ExcludeProcess})
+            QMetaObject::invokeMethod(window.get(), "popupmenuTriggered", Q_ARG(int, id));
+        QList<QColor> colours;
+        for (const SingleFilter& rule : model.getFilters().filters)
+            colours << rule.color;
+        // Only highlights advance the colour; a show-only in between takes the colour that is current.
+        QCOMPARE(colours, (QList<QColor> {Qt::red, Qt::green, Qt::green, Qt::magenta, Qt::magenta}));
+
+        // At exit the highlight colours in force are stored in rule order, skipping other rules.
+        window.reset();
+        QSettings settings;
+        settings.beginGroup(QStringLiteral("FilterColors"));
+        QStringList stored;
+        for (const QString& key : settings.childKeys())
+            stored << key + QLatin1Char('=') + settings.value(key).value<QColor>().name();
+        QCOMPARE(stored,
+                 (QStringList {QStringLiteral("FilterColor0=#ff0000"), QStringLiteral("FilterColor1=#00ff00"),
+                               QStringLiteral("FilterColor2=#ff00ff")}));
+    }
+
+    // The table's menus and the rules they make: copy command, a quick rule from the real menu, the view
+    // filter dialog over the rules (the funnel shows whether any is in force), the header menu.
+    void contextMenus()
+    {
+        for (std::uint64_t id = 1; id <= 4; ++id)
+            write(9, static_cast<std::uint32_t>(id), id, 0,
+                  qPrintable(QStringLiteral("viWrite(0x%1, \"A\tB\")").arg(id)));
+        capture();
+        QCOMPARE(model.rowCount(), 4);
+        // "Copy command" ids are the complement of row * 32, row 0 included.
+        QMetaObject::invokeMethod(window.get(), "popupmenuTriggered", Q_ARG(int, ~(3 * 32)));
+        QCOMPARE(QGuiApplication::clipboard()->text(), QStringLiteral("viWrite(0x4, \"A\tB\")"));
+        QMetaObject::invokeMethod(window.get(), "popupmenuTriggered", Q_ARG(int, -1));
+        QCOMPARE(QGuiApplication::clipboard()->text(), QStringLiteral("viWrite(0x1, \"A\tB\")"));
+        auto funnel = [this] { return get("actionViewFilter")->icon().pixmap(16).toImage(); };
+        QCOMPARE(funnel(), QIcon(QStringLiteral(":/icons/Filter_tra4d09c6de6a114.ico")).pixmap(16).toImage());
+
+        // Nothing below the last row; on a row the entries act on that row.
+        auto* view = shownView();
+        const int menusBefore = window->findChildren<QMenu*>().size();
+        emit view->customContextMenuRequested(QPoint(5, view->viewport()->height() - 2));
+        QCOMPARE(window->findChildren<QMenu*>().size(), menusBefore);
+        emit view->customContextMenuRequested(view->visualRect(model.index(2, 9)).center());
+        QMenu* menu = window->findChildren<QMenu*>().last();
+        QCOMPARE(menu->actions().size(), 19);
+        menu->actions().last()->trigger();
+        QCOMPARE(QGuiApplication::clipboard()->text(), QStringLiteral("viWrite(0x3, \"A\tB\")"));
+        QCOMPARE(menu->actions().at(15)->text(), QStringLiteral("Hide address"));
+        menu->actions().at(15)->trigger();
+        QCOMPARE(model.getFilters().filters.value(0).type, int(SingleFilter::ExcludeAddress));
+        menu->close();
+        QCOMPARE(funnel(), QIcon(QStringLiteral(":/icons/Filter_akt4d09c69b9ee49.ico")).pixmap(16).toImage());
+
+        // Accepting the dialog replaces the model's set; cancelling keeps it.
+        for (bool accept : {false, true}) {
+            QTimer::singleShot(50, [accept] {
+                auto* dialog = qobject_cast<gui::ViewFilterDialog*>(QApplication::activeModalWidget());
+                QVERIFY(dialog && dialog->viewFilters.filters.size() == 1);
+                child<QPushButton>(dialog, "deleteAllButton")->click();
+                accept ? dialog->accept() : dialog->reject();
+            });
+            get("actionViewFilter")->trigger();
+            QCOMPARE(model.getFilters().filters.size(), accept ? 0 : 1);
+        }
+        QCOMPARE(funnel(), QIcon(QStringLiteral(":/icons/Filter_tra4d09c6de6a114.ico")).pixmap(16).toImage());
+
+        // The header menu offers every column but Command, checked while shown, and toggles it.
+        emit view->horizontalHeader()->customContextMenuRequested(QPoint(1, 1));
+        menu = window->findChildren<QMenu*>().last();
+        QCOMPARE(menu->actions().size(), 9);
+        QCOMPARE(menu->actions().at(3)->text(), QStringLiteral("Pid"));
+        QVERIFY(!menu->actions().at(3)->isChecked() && menu->actions().at(6)->isChecked());
+        menu->actions().at(6)->trigger();
+        QVERIFY(view->isColumnHidden(6));
+        menu->close();
+        QMetaObject::invokeMethod(window.get(), "headerpopupmenuTriggered", Q_ARG(int, 6));
+        QVERIFY(!view->isColumnHidden(6));
+    }
+
+    void doubleClickJumpsToPartner()
+    {
+        // A call whose return comes 150 records later, with another thread's traffic in between.
+        write(20, 1, 1, 0, "viRead(0x1, 100)");
+        for (std::uint64_t id = 2; id < 152; ++id)
+            write(20, 2, id, 0, qPrintable(QStringLiteral("viGetAttribute(0x2, %1)").arg(id)));
+        write(20, 1, 1, 1, "viRead(0x1, 100)");
+        write(20, 3, 152, 0, "viFlush(0x3)");
+        capture();
+        QCOMPARE(model.rowCount(), 153);
+        auto* view = shownView();
+        auto doubleClick = [this](int row) {
+            QMetaObject::invokeMethod(window.get(), "doubleClickedListView", Q_ARG(QModelIndex, model.index(row, 0)));
+        };
+
+        // Row 0 never jumps, even though its partner is in the table.
+        view->scrollToTop();
+        doubleClick(0);
+        QVERIFY(!shown(151));
+        // A row whose partner is not shown does nothing; the return record jumps back to its call.
+        view->scrollToBottom();
+        const int bottom = view->verticalScrollBar()->value();
+        doubleClick(152);
+        QCOMPARE(view->verticalScrollBar()->value(), bottom);
+        emit view->doubleClicked(model.index(151, 3));
+        QVERIFY(shown(0));
+
+        // A call jumps forward to its return.
+        write(21, 1, 200, 0, "viOpen(0x1)");
+        write(21, 2, 201, 0, "viWrite(0x2, \"X\")");
+        for (std::uint64_t id = 202; id < 250; ++id)
+            write(21, 3, id, 0, qPrintable(QStringLiteral("viFlush(0x%1)").arg(id)));
+        write(21, 2, 201, 1, "viWrite(0x2, \"X\")");
+        capture();
+        const int returnRow = model.rowCount() - 1;
+        QCOMPARE(model.data(model.index(154, 9)).toString(), QStringLiteral("viWrite(0x2, \"X\")"));
+        QCOMPARE(model.displayRow(returnRow)->entry->kind, 1u);
+        view->scrollToTop();
+        doubleClick(154);
+        QVERIFY(shown(returnRow));
+    }
+
+    void readerKeepsPlaceWhenRowsLeave_data()
+    {
+        QTest::addColumn<int>("currentRow");
+        QTest::newRow("no current row") << -1;
+        QTest::newRow("current row is the oldest, which leaves") << 0;
+        QTest::newRow("current row in sight") << 4005;
+    }
+
+    // A full table drops its oldest rows as new ones arrive; the rows a reader looks at stay where they
+    // are, wherever the current row is, and choosing a row afterwards changes nothing.
+    void readerKeepsPlaceWhenRowsLeave()
+    {
+        QFETCH(int, currentRow);
+        std::uint64_t id = 0;
+        auto writeCalls = [&](int n, bool display) {
+            for (int i = 0; i < n; ++i, ++id)
+                write(40, 1, id, 0, qPrintable(QStringLiteral("viWrite(0x1, \"%1\")").arg(id)));
+            if (display)
+                return capture();
+            QTest::qWait(LiveTraceModel::s_TimerInterval + 10);
+            model.updateSharedData();
+            model.updateInternalData();
+        };
+        writeCalls(5000, true);
+        writeCalls(3510, true);
+        QCOMPARE(model.rowCount(), 8510);
+
+        auto* view = shownView();
+        if (currentRow >= 0)
+            view->selectionModel()->setCurrentIndex(model.index(currentRow, 0), QItemSelectionModel::NoUpdate);
+        view->scrollTo(model.index(4000, 9), QAbstractItemView::PositionAtTop);
+        const std::uint64_t topRecord = model.displayRow(view->rowAt(0))->entry->id;
+
+        writeCalls(120, true);
+        QCOMPARE(model.rowCount(), 8510);
+        QCOMPARE(model.displayRow(view->rowAt(0))->entry->id, topRecord);
+        // A click between the internal and the display stage, when the newest records have overwritten
+        // the local slots of the oldest rows.
+        writeCalls(60, false);
+        QTest::mouseClick(view->viewport(), Qt::LeftButton, {},
+                          QPoint(5, view->rowViewportPosition(view->rowAt(0) + 3) + 2));
+        capture();
+        QCOMPARE(model.rowCount(), 8510);
+        QCOMPARE(model.displayRow(view->rowAt(0))->entry->id, topRecord);
+        QCOMPARE(model.displayRow(view->currentIndex().row())->entry->id, topRecord + 3);
+    }
+
+    void fileNameChecks()
+    {
+        auto* edit = get<QLineEdit>("editFilename");
+        auto closed = [this](const char* name) {
+            return closingModals([this, name] {
+                if (auto* button = window->findChild<QToolButton*>(QLatin1String(name)))
+                    button->click();
+                else
+                    get(name)->trigger();
+            });
+        };
+        const QString defaultName = QDir::homePath() + QStringLiteral("/ZelVisa.log");
+
+        edit->clear();
+        QCOMPARE(
+            closed("actionRecord_to_file"),
+            QStringList {QStringLiteral("Invalid filename/The specified filename \"\" of the log file is not valid.")});
+        QCOMPARE(edit->text(), defaultName);
+        edit->setText(QStringLiteral("/no/such/dir/a.log"));
+        QCOMPARE(closed("actionStart_to_file").size(), 1);
+        QCOMPARE(edit->text(), QStringLiteral("/no/such/dir/a.log"));
+        QVERIFY(!app.getChannelControl().isTracingToFile());
+
+        QTemporaryDir dir;
+        const QString missing = dir.filePath(QStringLiteral("gone.log"));
+        edit->setText(missing);
+        QCOMPARE(closed("deleteLogFileButton"),
+                 QStringList {QStringLiteral("Info/The file \"%1\" could not be deleted.\n").arg(missing)});
+        QVERIFY(closed("viewlogfileButton").isEmpty());
+        QFile(missing).open(QIODevice::WriteOnly);
+        QVERIFY(closed("deleteLogFileButton").isEmpty());
+        QVERIFY(!QFile::exists(missing));
+
+        edit->clear();
+        QCOMPARE(closed("viewlogfileButton"), QStringList {QStringLiteral("View failure/Cannot open file \"\"")});
+        emit edit->editingFinished();
+        QCOMPARE(edit->text(), defaultName);
+
+        // A valid name starts the recording; the field is locked while it runs.
+        const QString log = dir.filePath(QStringLiteral("trace.log"));
+        edit->setText(log);
+        get("actionRecord_to_file")->trigger();
+        QCOMPARE(QString::fromStdString(app.getChannelControl().getFileName()), log);
+        QVERIFY(app.getChannelControl().isTracingToFile() && !edit->isEnabled());
+        get("actionStop_to_file")->trigger();
+        QVERIFY(!app.getChannelControl().isTracingToFile() && edit->isEnabled());
+    }
+
+    // First start shows the defaults; what the user changed comes back in the next window, except that
+    // the Command column is never hidden.
+    void settings()
+    {
+        auto* view = get<QTableView>("liveView");
+        QCOMPARE(view->model(), &model);
+        QCOMPARE(model.tableView, view);
+        QCOMPARE(model.selectionModel, view->selectionModel());
+        auto hidden = [this] {
+            QString columns;
+            for (int c = 0; c < LiveTraceModel::ColumnCount; ++c)
+                columns += get<QTableView>("liveView")->isColumnHidden(c) ? QLatin1Char('H') : QLatin1Char('.');
+            return columns;
+        };
+        auto checks = [this] {
+            QString flags;
+            for (const char* name :
+                 {"actionScroll", "actionPauseOnError", "actionCollapse_same_commands", "actionShow_only_string"})
+                flags += get(name)->isChecked() ? QLatin1Char('1') : QLatin1Char('0');
+            return flags;
+        };
+        QVERIFY(!window->isMaximized());
+        QCOMPARE(get<QLineEdit>("editFilename")->text(), QDir::homePath() + QStringLiteral("/ZelVisa.log"));
+        QCOMPARE(hidden(), QStringLiteral("H..HHH...."));
+        QCOMPARE(checks(), QStringLiteral("0010"));
+
+        get<QLineEdit>("editFilename")->setText(QStringLiteral("/tmp/kept.log"));
+        for (const char* name :
+             {"actionScroll", "actionPauseOnError", "actionCollapse_same_commands", "actionShow_only_string"})
+            get(name)->trigger();
+        view->setColumnHidden(0, false);
+        view->setColumnHidden(7, true);
+        window->resize(700, 500);
+        window.reset();
+        QSettings().setValue(QStringLiteral("MainWindow/ColumnHidden9"), true);
+
+        window = std::make_unique<gui::MainWindow>(nullptr, app);
+        QCOMPARE(window->size(), QSize(700, 500));
+        QCOMPARE(get<QLineEdit>("editFilename")->text(), QStringLiteral("/tmp/kept.log"));
+        QCOMPARE(checks(), QStringLiteral("1101"));
+        QVERIFY(!model.isCollapseSameCommands() && model.isShowOnlyStringParameters());
+        QCOMPARE(hidden(), QStringLiteral("...HHH.H.."));
+        window.reset();
+        QCOMPARE(QSettings().value(QStringLiteral("MainWindow/ColumnHidden9")).toBool(), false);
+
+        // Back to the model's defaults for the tests that follow.
+        model.setCollapseSameCommands(true);
+        model.setShowOnlyStringParameters(false);
+    }
+
+    // The whole program as it runs: the traffic generator is a separate process on the private segment.
+    void endToEndWithGenerator()
+    {
+        QSettings().setValue(QStringLiteral("MainWindow/ScrollToBottom"), true);
+        app.stoptrace();
+        window = std::make_unique<gui::MainWindow>(nullptr, app);
+        shownView();
+        get("actionIconStart")->trigger();
+        QVERIFY(model.isRunning());
+        // The monitor of shared flags reports this start as an edge and starts afresh once more.
+        QTest::qWait(2 * ExternalEvents::s_PollInterval + 50);
+
+        QProcess generator;
+        generator.start(QStringLiteral(ZEL_TRAFFIC_PATH),
+                        {QStringLiteral("--key"), QString::number(segment().key), QStringLiteral("--semaphore"),
+                         QString::fromStdString(segment().semaphore), QStringLiteral("--file-semaphore"),
+                         QString::fromStdString(segment().fileSemaphore), QStringLiteral("--count"),
+                         QStringLiteral("400"), QStringLiteral("--rate"), QStringLiteral("4000"),
+                         QStringLiteral("--seed"), QStringLiteral("7"), QStringLiteral("--quiet")});
+        QVERIFY(generator.waitForStarted());
+        QTRY_VERIFY_WITH_TIMEOUT(generator.state() == QProcess::NotRunning, 20000);
+        QCOMPARE(generator.exitCode(), 0);
+        QTRY_VERIFY(model.rowCount() > 50);
+        QTest::qWait(300); // one more display pass after the last records
+
+        int completed = 0;
+        int errors = 0;
+        for (int r = 0; r < model.rowCount(); ++r) {
+            completed += model.displayRow(r)->displayKind == LiveTraceModel::CompletedKind;
+            if (model.displayRow(r)->entry->status < 0) {
+                ++errors;
+                QCOMPARE(model.data(model.index(r, 8), Qt::BackgroundRole).value<QBrush>().color(),
+                         QColor(255, 128, 128));
+            }
+        }
+        // One process, one thread: every call is followed by its return and pairs with it.
+        QVERIFY2(completed >= model.rowCount() - 1, qPrintable(QString::number(completed)));
+        QVERIFY(errors > 0);
+        QVERIFY2(status().endsWith(QStringLiteral("Entry with error|%1 entries|").arg(model.rowCount())),
+                 qPrintable(status()));
+        // Scroll to bottom keeps the last row in sight.
+        QVERIFY(shown(model.rowCount() - 1));
+        get("actionIconStop")->trigger();
+    }
 
 private:
     void write(std::uint32_t pid, std::uint32_t thread, std::uint64_t id, std::uint32_t kind, const char* text,
@@ -86,456 +519,6 @@ private:
     // Records identical to ones taken before count as already taken, so every test writes its own ids.
     std::uint64_t idBase = 0;
 };
-
-void TestMainWindow::init()
-{
-    QSettings().clear();
-    idBase += 1000000;
-    app.stopfiletrace();
-    model.setFilter(ModelFilters());
-    // Tracing is on before the window comes, so that its monitor of the shared flags sees no edge
-    // later and does not start afresh in the middle of a test.
-    app.starttrace();
-    window = std::make_unique<gui::MainWindow>(nullptr, app);
-}
-
-void TestMainWindow::cleanup()
-{
-    window.reset();
-}
-
-void TestMainWindow::actionStates_data()
-{
-    QTest::addColumn<bool>("tracing");
-    QTest::addColumn<bool>("toFile");
-    // Enabled: Start, Stop, Record, StopRecord / Pause, IconPause / file field, its two buttons;
-    // visible: IconStart, IconStop, Start_to_file, Stop_to_file. Then the start of the status text.
-    QTest::addColumn<QString>("states");
-    QTest::addColumn<QString>("statusStart");
-
-    QTest::newRow("off") << false << false << QStringLiteral("1010 00 111 1010")
-                         << QStringLiteral("Live view not active|");
-    QTest::newRow("tracing") << true << false << QStringLiteral("0110 11 111 0110")
-                             << QStringLiteral("Live view active|");
-    QTest::newRow("tracing to file") << true << true << QStringLiteral("0101 11 000 0101")
-                                     << QStringLiteral("Recording to file|Live view active|");
-}
-
-void TestMainWindow::actionStates()
-{
-    QFETCH(bool, tracing);
-    QFETCH(bool, toFile);
-    QTemporaryDir dir;
-    const QString log = dir.filePath(QStringLiteral("states.log"));
-    if (!tracing)
-        app.stoptrace();
-    if (toFile)
-        app.startfiletrace(log.toStdString());
-
-    QString states;
-    auto add = [&states](const std::initializer_list<bool>& flags) {
-        for (bool flag : flags)
-            states += flag ? QLatin1Char('1') : QLatin1Char('0');
-        states += QLatin1Char(' ');
-    };
-    add({get("actionStart")->isEnabled(), get("actionStop")->isEnabled(), get("actionRecord_to_file")->isEnabled(),
-         get("actionStop_record_to_file")->isEnabled()});
-    add({get("actionPause")->isEnabled(), get("actionIconPause")->isEnabled()});
-    add({get<QWidget>("editFilename")->isEnabled(), get<QWidget>("saveFileButton")->isEnabled(),
-         get<QWidget>("deleteLogFileButton")->isEnabled()});
-    add({get("actionIconStart")->isVisible(), get("actionIconStop")->isVisible(),
-         get("actionStart_to_file")->isVisible(), get("actionStop_to_file")->isVisible()});
-    QTEST(states.trimmed(), "states");
-    QFETCH(QString, statusStart);
-    QVERIFY2(status().startsWith(statusStart), qPrintable(status()));
-    if (toFile)
-        QCOMPARE(get<QLineEdit>("editFilename")->text(), log);
-}
-
-void TestMainWindow::statusAndPause()
-{
-    QCOMPARE(status(), QStringLiteral("Live view active|0 entries|"));
-    get("actionPauseOnError")->setChecked(true);
-    write(30, 1, 1, 0, "viOpen(0x1)");
-    write(30, 1, 1, 1, "viOpen(0x1)");
-    capture();
-    QCOMPARE(status(), QStringLiteral("Live view active|1 entry|"));
-    QVERIFY(!get("actionPause")->isChecked());
-
-    // An error row pauses the view; both pause actions show it.
-    write(30, 1, 2, 0, "viRead(0x1, 10)");
-    write(30, 1, 2, 1, "viRead(0x1, 10)", s_Timeout);
-    capture();
-    QVERIFY(get("actionPause")->isChecked() && get("actionIconPause")->isChecked());
-    QVERIFY(model.isPaused());
-    QCOMPARE(status(), QStringLiteral("Live view paused|Entry with error|2 entries|"));
-
-    // Resuming starts afresh.
-    get("actionPause")->trigger();
-    QVERIFY(!model.isPaused() && !model.errorInDisplay);
-    QVERIFY(!get("actionIconPause")->isChecked());
-    QCOMPARE(status(), QStringLiteral("Live view active|0 entries|"));
-    get("actionIconPause")->trigger();
-    QVERIFY(get("actionPause")->isChecked());
-    QCOMPARE(status(), QStringLiteral("Live view paused|0 entries|"));
-}
-
-void TestMainWindow::quickFilters_data()
-{
-    QTest::addColumn<int>("entry");
-    QTest::addColumn<quint32>("value");
-    QTest::addColumn<QString>("text");
-
-    // The row under test: pid 4242, thread 77, session 7, address GPIB0::22::INSTR.
-    const char* names[] = {"thread", "process", "session", "address", "command"};
-    const quint32 numbers[] = {77, 4242, 7, 0, 0};
-    const QString texts[]
-        = {QString(), QString(), QString(), QStringLiteral("GPIB0::22::INSTR"), QStringLiteral("viWrite(")};
-    const char* actions[] = {"highlight", "show only", "hide"};
-    for (int type = 0; type < SingleFilter::TypeCount; ++type) {
-        const int field = type % SingleFilter::FieldCount;
-        QTest::addRow("%s %s", actions[type / 5], names[field]) << type << numbers[field] << texts[field];
-    }
-}
-
-// The menu id carries the row: the rule takes its value from row 1, not from row 0.
-void TestMainWindow::quickFilters()
-{
-    QFETCH(int, entry);
-    write(1, 1, 1, 0, "viClear(0x1)");
-    write(1, 1, 1, 1, "viClear(0x1)");
-    write(4242, 77, 2, 0, "viWrite(0x7, \"*IDN?\\n\", 6, 6)");
-    write(4242, 77, 2, 1, "viWrite(0x7, \"*IDN?\\n\", 6, 6)");
-    capture();
-    QCOMPARE(model.rowCount(), 2);
-
-    QVERIFY(QMetaObject::invokeMethod(window.get(), "popupmenuTriggered", Q_ARG(int, 1 * 32 + entry)));
-    const QList<SingleFilter>& rules = model.getFilters().filters;
-    QCOMPARE(rules.size(), 1);
-    QCOMPARE(rules[0].type, entry);
-    QTEST(rules[0].value, "value");
-    QTEST(rules[0].text, "text");
-    QCOMPARE(rules[0].color, QColor(Qt::magenta));
-}
-
-void TestMainWindow::quickHighlightColours()
-{
-    {
-        QSettings settings;
-        settings.setValue(QStringLiteral("FilterColors/FilterColor0"), QColor(Qt::red));
-        settings.setValue(QStringLiteral("FilterColors/FilterColor1"), QColor(Qt::green));
-    }
-    write(5, 6, 1, 0, "viRead(0x1, 10)");
-    capture();
-    for (int id : {SingleFilter::HighlightThread, SingleFilter::IncludeSession, SingleFilter::HighlightAddress,
-                   SingleFilter::HighlightCommand, SingleFilter::ExcludeProcess})
-        QMetaObject::invokeMethod(window.get(), "popupmenuTriggered", Q_ARG(int, id));
-    QList<QColor> colours;
-    for (const SingleFilter& rule : model.getFilters().filters)
-        colours << rule.color;
-    // Only highlights advance the colour; a show-only in between takes the colour that is current.
-    QCOMPARE(colours, (QList<QColor> {Qt::red, Qt::green, Qt::green, Qt::magenta, Qt::magenta}));
-
-    // At exit the highlight colours in force are stored in rule order, skipping other rules.
-    window.reset();
-    QSettings settings;
-    settings.beginGroup(QStringLiteral("FilterColors"));
-    QStringList stored;
-    for (const QString& key : settings.childKeys())
-        stored << key + QLatin1Char('=') + settings.value(key).value<QColor>().name();
-    QCOMPARE(stored,
-             (QStringList {QStringLiteral("FilterColor0=#ff0000"), QStringLiteral("FilterColor1=#00ff00"),
-                           QStringLiteral("FilterColor2=#ff00ff")}));
-}
-
-// The table's menus and the rules they make: copy command, a quick rule from the real menu, the view
-// filter dialog over the rules (the funnel shows whether any is in force), the header menu.
-void TestMainWindow::contextMenus()
-{
-    for (std::uint64_t id = 1; id <= 4; ++id)
-        write(9, static_cast<std::uint32_t>(id), id, 0, qPrintable(QStringLiteral("viWrite(0x%1, \"A\tB\")").arg(id)));
-    capture();
-    QCOMPARE(model.rowCount(), 4);
-    // "Copy command" ids are the complement of row * 32, row 0 included.
-    QMetaObject::invokeMethod(window.get(), "popupmenuTriggered", Q_ARG(int, ~(3 * 32)));
-    QCOMPARE(QGuiApplication::clipboard()->text(), QStringLiteral("viWrite(0x4, \"A\tB\")"));
-    QMetaObject::invokeMethod(window.get(), "popupmenuTriggered", Q_ARG(int, -1));
-    QCOMPARE(QGuiApplication::clipboard()->text(), QStringLiteral("viWrite(0x1, \"A\tB\")"));
-    auto funnel = [this] { return get("actionViewFilter")->icon().pixmap(16).toImage(); };
-    QCOMPARE(funnel(), QIcon(QStringLiteral(":/icons/Filter_tra4d09c6de6a114.ico")).pixmap(16).toImage());
-
-    // Nothing below the last row; on a row the entries act on that row.
-    auto* view = shownView();
-    const int menusBefore = window->findChildren<QMenu*>().size();
-    emit view->customContextMenuRequested(QPoint(5, view->viewport()->height() - 2));
-    QCOMPARE(window->findChildren<QMenu*>().size(), menusBefore);
-    emit view->customContextMenuRequested(view->visualRect(model.index(2, 9)).center());
-    QMenu* menu = window->findChildren<QMenu*>().last();
-    QCOMPARE(menu->actions().size(), 19);
-    menu->actions().last()->trigger();
-    QCOMPARE(QGuiApplication::clipboard()->text(), QStringLiteral("viWrite(0x3, \"A\tB\")"));
-    QCOMPARE(menu->actions().at(15)->text(), QStringLiteral("Hide address"));
-    menu->actions().at(15)->trigger();
-    QCOMPARE(model.getFilters().filters.value(0).type, int(SingleFilter::ExcludeAddress));
-    menu->close();
-    QCOMPARE(funnel(), QIcon(QStringLiteral(":/icons/Filter_akt4d09c69b9ee49.ico")).pixmap(16).toImage());
-
-    // Accepting the dialog replaces the model's set; cancelling keeps it.
-    for (bool accept : {false, true}) {
-        QTimer::singleShot(50, [accept] {
-            auto* dialog = qobject_cast<gui::ViewFilterDialog*>(QApplication::activeModalWidget());
-            QVERIFY(dialog && dialog->viewFilters.filters.size() == 1);
-            child<QPushButton>(dialog, "deleteAllButton")->click();
-            accept ? dialog->accept() : dialog->reject();
-        });
-        get("actionViewFilter")->trigger();
-        QCOMPARE(model.getFilters().filters.size(), accept ? 0 : 1);
-    }
-    QCOMPARE(funnel(), QIcon(QStringLiteral(":/icons/Filter_tra4d09c6de6a114.ico")).pixmap(16).toImage());
-
-    // The header menu offers every column but Command, checked while shown, and toggles it.
-    emit view->horizontalHeader()->customContextMenuRequested(QPoint(1, 1));
-    menu = window->findChildren<QMenu*>().last();
-    QCOMPARE(menu->actions().size(), 9);
-    QCOMPARE(menu->actions().at(3)->text(), QStringLiteral("Pid"));
-    QVERIFY(!menu->actions().at(3)->isChecked() && menu->actions().at(6)->isChecked());
-    menu->actions().at(6)->trigger();
-    QVERIFY(view->isColumnHidden(6));
-    menu->close();
-    QMetaObject::invokeMethod(window.get(), "headerpopupmenuTriggered", Q_ARG(int, 6));
-    QVERIFY(!view->isColumnHidden(6));
-}
-
-void TestMainWindow::doubleClickJumpsToPartner()
-{
-    // A call whose return comes 150 records later, with another thread's traffic in between.
-    write(20, 1, 1, 0, "viRead(0x1, 100)");
-    for (std::uint64_t id = 2; id < 152; ++id)
-        write(20, 2, id, 0, qPrintable(QStringLiteral("viGetAttribute(0x2, %1)").arg(id)));
-    write(20, 1, 1, 1, "viRead(0x1, 100)");
-    write(20, 3, 152, 0, "viFlush(0x3)");
-    capture();
-    QCOMPARE(model.rowCount(), 153);
-    auto* view = shownView();
-    auto doubleClick = [this](int row) {
-        QMetaObject::invokeMethod(window.get(), "doubleClickedListView", Q_ARG(QModelIndex, model.index(row, 0)));
-    };
-
-    // Row 0 never jumps, even though its partner is in the table.
-    view->scrollToTop();
-    doubleClick(0);
-    QVERIFY(!shown(151));
-    // A row whose partner is not shown does nothing; the return record jumps back to its call.
-    view->scrollToBottom();
-    const int bottom = view->verticalScrollBar()->value();
-    doubleClick(152);
-    QCOMPARE(view->verticalScrollBar()->value(), bottom);
-    emit view->doubleClicked(model.index(151, 3));
-    QVERIFY(shown(0));
-
-    // A call jumps forward to its return.
-    write(21, 1, 200, 0, "viOpen(0x1)");
-    write(21, 2, 201, 0, "viWrite(0x2, \"X\")");
-    for (std::uint64_t id = 202; id < 250; ++id)
-        write(21, 3, id, 0, qPrintable(QStringLiteral("viFlush(0x%1)").arg(id)));
-    write(21, 2, 201, 1, "viWrite(0x2, \"X\")");
-    capture();
-    const int returnRow = model.rowCount() - 1;
-    QCOMPARE(model.data(model.index(154, 9)).toString(), QStringLiteral("viWrite(0x2, \"X\")"));
-    QCOMPARE(model.displayRow(returnRow)->entry->kind, 1u);
-    view->scrollToTop();
-    doubleClick(154);
-    QVERIFY(shown(returnRow));
-}
-
-void TestMainWindow::readerKeepsPlaceWhenRowsLeave_data()
-{
-    QTest::addColumn<int>("currentRow");
-    QTest::newRow("no current row") << -1;
-    QTest::newRow("current row is the oldest, which leaves") << 0;
-    QTest::newRow("current row in sight") << 4005;
-}
-
-// A full table drops its oldest rows as new ones arrive; the rows a reader looks at stay where they
-// are, wherever the current row is, and choosing a row afterwards changes nothing.
-void TestMainWindow::readerKeepsPlaceWhenRowsLeave()
-{
-    QFETCH(int, currentRow);
-    std::uint64_t id = 0;
-    auto writeCalls = [&](int n, bool display) {
-        for (int i = 0; i < n; ++i, ++id)
-            write(40, 1, id, 0, qPrintable(QStringLiteral("viWrite(0x1, \"%1\")").arg(id)));
-        if (display)
-            return capture();
-        QTest::qWait(LiveTraceModel::s_TimerInterval + 10);
-        model.updateSharedData();
-        model.updateInternalData();
-    };
-    writeCalls(5000, true);
-    writeCalls(3510, true);
-    QCOMPARE(model.rowCount(), 8510);
-
-    auto* view = shownView();
-    if (currentRow >= 0)
-        view->selectionModel()->setCurrentIndex(model.index(currentRow, 0), QItemSelectionModel::NoUpdate);
-    view->scrollTo(model.index(4000, 9), QAbstractItemView::PositionAtTop);
-    const std::uint64_t topRecord = model.displayRow(view->rowAt(0))->entry->id;
-
-    writeCalls(120, true);
-    QCOMPARE(model.rowCount(), 8510);
-    QCOMPARE(model.displayRow(view->rowAt(0))->entry->id, topRecord);
-    // A click between the internal and the display stage, when the newest records have overwritten
-    // the local slots of the oldest rows.
-    writeCalls(60, false);
-    QTest::mouseClick(view->viewport(), Qt::LeftButton, {},
-                      QPoint(5, view->rowViewportPosition(view->rowAt(0) + 3) + 2));
-    capture();
-    QCOMPARE(model.rowCount(), 8510);
-    QCOMPARE(model.displayRow(view->rowAt(0))->entry->id, topRecord);
-    QCOMPARE(model.displayRow(view->currentIndex().row())->entry->id, topRecord + 3);
-}
-
-void TestMainWindow::fileNameChecks()
-{
-    auto* edit = get<QLineEdit>("editFilename");
-    auto closed = [this](const char* name) {
-        return closingModals([this, name] {
-            if (auto* button = window->findChild<QToolButton*>(QLatin1String(name)))
-                button->click();
-            else
-                get(name)->trigger();
-        });
-    };
-    const QString defaultName = QDir::homePath() + QStringLiteral("/ZelVisa.log");
-
-    edit->clear();
-    QCOMPARE(
-        closed("actionRecord_to_file"),
-        QStringList {QStringLiteral("Invalid filename/The specified filename \"\" of the log file is not valid.")});
-    QCOMPARE(edit->text(), defaultName);
-    edit->setText(QStringLiteral("/no/such/dir/a.log"));
-    QCOMPARE(closed("actionStart_to_file").size(), 1);
-    QCOMPARE(edit->text(), QStringLiteral("/no/such/dir/a.log"));
-    QVERIFY(!app.getChannelControl().isTracingToFile());
-
-    QTemporaryDir dir;
-    const QString missing = dir.filePath(QStringLiteral("gone.log"));
-    edit->setText(missing);
-    QCOMPARE(closed("deleteLogFileButton"),
-             QStringList {QStringLiteral("Info/The file \"%1\" could not be deleted.\n").arg(missing)});
-    QVERIFY(closed("viewlogfileButton").isEmpty());
-    QFile(missing).open(QIODevice::WriteOnly);
-    QVERIFY(closed("deleteLogFileButton").isEmpty());
-    QVERIFY(!QFile::exists(missing));
-
-    edit->clear();
-    QCOMPARE(closed("viewlogfileButton"), QStringList {QStringLiteral("View failure/Cannot open file \"\"")});
-    emit edit->editingFinished();
-    QCOMPARE(edit->text(), defaultName);
-
-    // A valid name starts the recording; the field is locked while it runs.
-    const QString log = dir.filePath(QStringLiteral("trace.log"));
-    edit->setText(log);
-    get("actionRecord_to_file")->trigger();
-    QCOMPARE(QString::fromStdString(app.getChannelControl().getFileName()), log);
-    QVERIFY(app.getChannelControl().isTracingToFile() && !edit->isEnabled());
-    get("actionStop_to_file")->trigger();
-    QVERIFY(!app.getChannelControl().isTracingToFile() && edit->isEnabled());
-}
-
-// First start shows the defaults; what the user changed comes back in the next window, except that
-// the Command column is never hidden.
-void TestMainWindow::settings()
-{
-    auto* view = get<QTableView>("liveView");
-    QCOMPARE(view->model(), &model);
-    QCOMPARE(model.tableView, view);
-    QCOMPARE(model.selectionModel, view->selectionModel());
-    auto hidden = [this] {
-        QString columns;
-        for (int c = 0; c < LiveTraceModel::ColumnCount; ++c)
-            columns += get<QTableView>("liveView")->isColumnHidden(c) ? QLatin1Char('H') : QLatin1Char('.');
-        return columns;
-    };
-    auto checks = [this] {
-        QString flags;
-        for (const char* name :
-             {"actionScroll", "actionPauseOnError", "actionCollapse_same_commands", "actionShow_only_string"})
-            flags += get(name)->isChecked() ? QLatin1Char('1') : QLatin1Char('0');
-        return flags;
-    };
-    QVERIFY(!window->isMaximized());
-    QCOMPARE(get<QLineEdit>("editFilename")->text(), QDir::homePath() + QStringLiteral("/ZelVisa.log"));
-    QCOMPARE(hidden(), QStringLiteral("H..HHH...."));
-    QCOMPARE(checks(), QStringLiteral("0010"));
-
-    get<QLineEdit>("editFilename")->setText(QStringLiteral("/tmp/kept.log"));
-    for (const char* name :
-         {"actionScroll", "actionPauseOnError", "actionCollapse_same_commands", "actionShow_only_string"})
-        get(name)->trigger();
-    view->setColumnHidden(0, false);
-    view->setColumnHidden(7, true);
-    window->resize(700, 500);
-    window.reset();
-    QSettings().setValue(QStringLiteral("MainWindow/ColumnHidden9"), true);
-
-    window = std::make_unique<gui::MainWindow>(nullptr, app);
-    QCOMPARE(window->size(), QSize(700, 500));
-    QCOMPARE(get<QLineEdit>("editFilename")->text(), QStringLiteral("/tmp/kept.log"));
-    QCOMPARE(checks(), QStringLiteral("1101"));
-    QVERIFY(!model.isCollapseSameCommands() && model.isShowOnlyStringParameters());
-    QCOMPARE(hidden(), QStringLiteral("...HHH.H.."));
-    window.reset();
-    QCOMPARE(QSettings().value(QStringLiteral("MainWindow/ColumnHidden9")).toBool(), false);
-
-    // Back to the model's defaults for the tests that follow.
-    model.setCollapseSameCommands(true);
-    model.setShowOnlyStringParameters(false);
-}
-
-// The whole program as it runs: the traffic generator is a separate process on the private segment.
-void TestMainWindow::endToEndWithGenerator()
-{
-    QSettings().setValue(QStringLiteral("MainWindow/ScrollToBottom"), true);
-    app.stoptrace();
-    window = std::make_unique<gui::MainWindow>(nullptr, app);
-    shownView();
-    get("actionIconStart")->trigger();
-    QVERIFY(model.isRunning());
-    // The monitor of shared flags reports this start as an edge and starts afresh once more.
-    QTest::qWait(2 * ExternalEvents::s_PollInterval + 50);
-
-    QProcess generator;
-    generator.start(QStringLiteral(ZEL_TRAFFIC_PATH),
-                    {QStringLiteral("--key"), QString::number(segment().key), QStringLiteral("--semaphore"),
-                     QString::fromStdString(segment().semaphore), QStringLiteral("--file-semaphore"),
-                     QString::fromStdString(segment().fileSemaphore), QStringLiteral("--count"), QStringLiteral("400"),
-                     QStringLiteral("--rate"), QStringLiteral("4000"), QStringLiteral("--seed"), QStringLiteral("7"),
-                     QStringLiteral("--quiet")});
-    QVERIFY(generator.waitForStarted());
-    QTRY_VERIFY_WITH_TIMEOUT(generator.state() == QProcess::NotRunning, 20000);
-    QCOMPARE(generator.exitCode(), 0);
-    QTRY_VERIFY(model.rowCount() > 50);
-    QTest::qWait(300); // one more display pass after the last records
-
-    int completed = 0;
-    int errors = 0;
-    for (int r = 0; r < model.rowCount(); ++r) {
-        completed += model.displayRow(r)->displayKind == LiveTraceModel::CompletedKind;
-        if (model.displayRow(r)->entry->status < 0) {
-            ++errors;
-            QCOMPARE(model.data(model.index(r, 8), Qt::BackgroundRole).value<QBrush>().color(), QColor(255, 128, 128));
-        }
-    }
-    // One process, one thread: every call is followed by its return and pairs with it.
-    QVERIFY2(completed >= model.rowCount() - 1, qPrintable(QString::number(completed)));
-    QVERIFY(errors > 0);
-    QVERIFY2(status().endsWith(QStringLiteral("Entry with error|%1 entries|").arg(model.rowCount())),
-             qPrintable(status()));
-    // Scroll to bottom keeps the last row in sight.
-    QVERIFY(shown(model.rowCount() - 1));
-    get("actionIconStop")->trigger();
-}
 
 int main(int argc, char** argv)
 {
