@@ -7,7 +7,11 @@
 #include <QMessageBox>
 #include <QTextStream>
 
+#include <algorithm>
+#include <charconv>
+#include <cstdint>
 #include <cstring>
+#include <limits>
 
 TraceApplication::TraceApplication(int& argc, char** argv, TraceEndpoints endpoints)
     : QApplication(argc, argv)
@@ -115,20 +119,52 @@ QString TraceApplication::getBuffer()
     buffer += QStringLiteral("# Bitness:      %1%2").arg(64).arg(lineEnd);
     buffer += QStringLiteral("# OS:           Linux%1").arg(lineEnd);
 
-    const QChar tab = QLatin1Char('\t');
+    // Built in place: "Copy view" of a full table with the longest commands is several megabytes,
+    // and the GUI thread that builds it also drains the segment. So the size is reserved once,
+    // numbers and texts are appended without temporary strings, and only the time and the
+    // duration go through their formatters.
+    const QLatin1Char tab('\t');
     const int rows = model.rowCount();
+    qsizetype size = buffer.size();
+    for (int r = 0; r < rows; ++r) {
+        if (const LiveTraceModel::Row* row = model.displayRow(r))
+            size += 96 + strnlen(row->entry->address, sizeof row->entry->address)
+                + strnlen(row->entry->text, sizeof row->entry->text);
+    }
+    buffer.reserve(static_cast<int>(std::min<qsizetype>(size, std::numeric_limits<int>::max() / 2)));
+    char digits[24];
+    auto appendNumber = [&buffer, &digits](auto value) {
+        const auto end = std::to_chars(digits, digits + sizeof digits, value).ptr;
+        buffer += QLatin1String(digits, static_cast<int>(end - digits));
+    };
     for (int r = 0; r < rows; ++r) {
         const LiveTraceModel::Row* row = model.displayRow(r);
         if (!row)
             break;
         const ZelTracer::FullEntry& e = *row->entry;
-        // Concatenated rather than filled in with arg(): a "%1" inside a command must stay as it is.
-        buffer += QString::number(static_cast<qulonglong>(e.id - row->firstId)) + tab + QString::number(e.id) + tab
-            + LiveTraceModel::timestamp2string(static_cast<long>(e.timestamp), e.timestampFraction) + tab
-            + QString::number(e.pid) + tab + QString::number(e.threadId) + tab + QString::number(e.session) + tab
-            + QString::fromLatin1(e.address, static_cast<int>(strnlen(e.address, sizeof e.address))) + tab
-            + QString::number(e.duration, 'g', 6) + tab + QString::number(e.kind) + tab + QString::number(e.status)
-            + tab + QString::fromLatin1(e.text, static_cast<int>(strnlen(e.text, sizeof e.text))) + lineEnd;
+        // Appended rather than filled in with arg(): a "%1" inside a command must stay as it is.
+        appendNumber(static_cast<std::uint64_t>(e.id - row->firstId));
+        buffer += tab;
+        appendNumber(static_cast<std::uint64_t>(e.id));
+        buffer += tab;
+        buffer += LiveTraceModel::timestamp2string(static_cast<long>(e.timestamp), e.timestampFraction);
+        buffer += tab;
+        appendNumber(e.pid);
+        buffer += tab;
+        appendNumber(e.threadId);
+        buffer += tab;
+        appendNumber(e.session);
+        buffer += tab;
+        buffer += QLatin1String(e.address, static_cast<int>(strnlen(e.address, sizeof e.address)));
+        buffer += tab;
+        buffer += QString::number(e.duration, 'g', 6);
+        buffer += tab;
+        appendNumber(e.kind);
+        buffer += tab;
+        appendNumber(e.status);
+        buffer += tab;
+        buffer += QLatin1String(e.text, static_cast<int>(strnlen(e.text, sizeof e.text)));
+        buffer += lineEnd;
     }
     return buffer;
 }

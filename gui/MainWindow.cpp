@@ -87,6 +87,10 @@ MainWindow::MainWindow(QWidget* parent, TraceApplication& app)
     applyCommandLine();
     // Takes over a tracing or recording state that another program set before this tool started.
     externalEvents.emitSignals();
+    // Without a valid segment lock nothing can be traced; say so instead of showing an idle view.
+    if (!app.getChannelControl().hasLock())
+        statusBar()->showMessage(tr("The trace segment's lock is not usable (%1): no calls can be traced.")
+                                     .arg(QString::fromStdString(app.getChannelControl().lockProblem())));
 }
 
 MainWindow::~MainWindow()

@@ -54,12 +54,10 @@ RingBufferSharedMem<FullEntry>::RingBufferSharedMem(QString const& key, int size
     if (memory.size() < s_HeaderSize || !memory.lock())
         return;
     if (attached) {
-        readHeader();
-        ++attachCount;
-        // The kernel's count includes this copy now, the header's did not.
+        loadHeader(false);
+        // The kernel's count includes this copy already; the header's is only the fallback.
         const std::uint32_t processes = attachedProcesses();
-        if (processes != 0 && attachCount > processes)
-            attachCount = processes;
+        attachCount = processes != 0 ? processes : attachCount + 1;
     } else {
         // The lock above made the block's semaphore exist; both may be opened to every user now.
         openToAllUsers();
@@ -134,12 +132,11 @@ void RingBufferSharedMem<FullEntry>::loadHeader(bool repairCount)
         return;
     BlockHeader const* h = header();
     attachCount = h->attachCount;
-    // A copy of the tool killed outright never counted itself out; the kernel knows who is still
-    // attached, so the count never exceeds that and the last live copy still knows it is the last.
-    // This copy is attached, so it is at least one: a count of 0 written by a broken peer must not
-    // wrap when this copy leaves.
+    // A copy of the tool killed outright never counted itself out, and a broken one may write any
+    // count. The kernel knows how many processes are attached, and every copy of the tool is
+    // attached exactly once, so its count is taken: the last live copy then knows it is the last.
     if (const std::uint32_t processes = repairCount ? attachedProcesses() : 0; processes != 0)
-        attachCount = std::clamp<std::uint32_t>(attachCount, 1, processes);
+        attachCount = processes;
     // Anything before the epoch is nonsense written by a broken peer; it reads as long ago, which
     // keeps the age arithmetic of the readers free of overflow.
     lastUpdate = std::max<std::int64_t>(h->lastUpdate, 0);

@@ -31,6 +31,11 @@ public:
     // Call it from the thread that uses the channel: the old address is gone afterwards.
     bool reattachIfReplaced();
 
+    // False when the segment's semaphore is missing or is no valid semaphore: nothing is locked,
+    // read or written then. lockProblem() says why, for the user.
+    bool hasLock() const { return memory.hasLock(); }
+    std::string const& lockProblem() const { return memory.lockProblem(); }
+
 protected:
     SharedMemoryHeader* sharedHeader() const { return static_cast<SharedMemoryHeader*>(memory.getAddress()); }
     char* sharedSlots() const { return static_cast<char*>(memory.getAddress()) + s_HeaderSize; }
