@@ -94,8 +94,27 @@ void TraceApplication::setDisplayPause(bool pause)
     model.setPause(pause);
 }
 
+// For long unattended runs (scripts/soak.sh): the counts of this run, written where the variable
+// ZEL_SOAK_REPORT points when the tool quits. Without the variable nothing is written.
+void TraceApplication::writeRunReport()
+{
+    const QString path = qEnvironmentVariable("ZEL_SOAK_REPORT");
+    if (path.isEmpty())
+        return;
+    QFile file(path);
+    if (!file.open(QIODevice::WriteOnly | QIODevice::Truncate))
+        return;
+    const auto& ring = model.getLocalRing();
+    // Every record taken carries its sequence number; the newest one's is the count since the last clear.
+    const std::uint64_t taken
+        = ring.empty() ? 0 : ring((ring.end + ring.numberOfElements() - 1) % ring.numberOfElements()).reserved;
+    QTextStream(&file) << "taken " << taken << "\nlost " << model.getLossCounter().total() << "\nrows "
+                       << model.rowCount() << '\n';
+}
+
 void TraceApplication::quit()
 {
+    writeRunReport();
     // Tracing and recording stop only when the last copy of the tool leaves. A copy that never
     // attached the shared ring (recording to file only, or a failed start) is told that others
     // remain; the kernel's count of processes still on the ring, now that this one has left it,

@@ -55,6 +55,7 @@ public slots:
 
 private:
     void watchSegment();
+    void writeRunReport();
 
     TraceEndpoints endpoints;
     ZelTracer::TraceChannelControl channelControl;
