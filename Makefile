@@ -5,7 +5,7 @@ FUZZ_BUILD ?= build-fuzz
 FUZZ_SECONDS ?= 60
 JOBS       ?= $(shell nproc)
 
-.PHONY: all deps build test run asan fuzz format clean
+.PHONY: all deps build test run asan fuzz format clean package
 
 all: build
 
@@ -18,6 +18,10 @@ build: deps
 
 test: build
 	cd $(BUILD) && ctest --output-on-failure -j $(JOBS)
+
+# A .deb of the program, the recorder, the library and the Python backend, in $(BUILD).
+package: build
+	cd $(BUILD) && cpack -G DEB
 
 run: build
 	scripts/run-demo.sh $(BUILD)

@@ -50,8 +50,8 @@ std::optional<Options> parse(QCoreApplication const& app)
     parser.setApplicationDescription(QStringLiteral(
         "Records the VISA calls of every traced process into a file, without a window.\n"
         "Stops after --duration or --count, or on Ctrl+C, SIGTERM or SIGHUP, and always writes a complete "
-        "file.\nTracing is switched on if it is off, and off again at the end when no other copy of the "
-        "tool is running."));
+        "file.\nTracing is switched on if it is off, and then off again at the end unless another copy of "
+        "the tool is running."));
     parser.addHelpOption();
     parser.addVersionOption();
     const QCommandLineOption output({QStringLiteral("o"), QStringLiteral("output")},
