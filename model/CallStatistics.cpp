@@ -10,6 +10,7 @@ namespace {
 
 // Keys come from producers' texts; a hostile text must not make a huge key.
 constexpr int s_MaxKeyLength = 80;
+constexpr int s_MaxCachedOperations = 4096;
 
 } // namespace
 
@@ -30,6 +31,18 @@ QString CallStatistics::operationOf(const Entry& e)
         }
     }
     return RecordDetails::escapeBytes(key.left(s_MaxKeyLength), false);
+}
+
+QString CallStatistics::cachedOperationOf(const Entry& e)
+{
+    const QByteArray command = RecordDetails::commandBytes(e);
+    const auto cached = operationCache.constFind(command);
+    if (cached != operationCache.constEnd())
+        return *cached;
+    // Bounded whatever the producers send.
+    if (operationCache.size() >= s_MaxCachedOperations)
+        operationCache.clear();
+    return *operationCache.insert(command, operationOf(e));
 }
 
 void CallStatistics::clear()
@@ -89,29 +102,28 @@ void CallStatistics::add(const Entry& e)
     const bool error = e.status < 0;
     const double duration = std::isfinite(e.duration) ? e.duration : 0.0;
     auto join = [duration, error](Groups& groups, const QString& key) {
-        const Groups::iterator group = groups.try_emplace(key).first;
+        Groups::value_type* group = &*groups.try_emplace(key).first;
         Group& g = group->second;
         g.errors += error ? 1 : 0;
         g.sum += duration;
-        g.sorted.insert(std::upper_bound(g.sorted.begin(), g.sorted.end(), duration), duration);
+        g.durations.push_back(duration);
         return group;
     };
     QByteArray address = RecordDetails::addressBytes(e);
     const QString addressKey = address.isEmpty() ? QStringLiteral("(no address)")
                                                  : RecordDetails::escapeBytes(address.left(s_MaxKeyLength), false);
-    counted.push_back({e.reserved, join(operations, operationOf(e)), join(addresses, addressKey), duration, error});
+    counted.push_back(
+        {e.reserved, join(operations, cachedOperationOf(e)), join(addresses, addressKey), duration, error});
 }
 
-void CallStatistics::remove(Groups& groups, Groups::iterator group, double duration, bool error)
+void CallStatistics::remove(Groups& groups, Groups::value_type* group, double duration, bool error)
 {
     Group& g = group->second;
     g.errors -= error ? 1 : 0;
     g.sum -= duration;
-    const auto it = std::lower_bound(g.sorted.begin(), g.sorted.end(), duration);
-    if (it != g.sorted.end())
-        g.sorted.erase(it);
-    if (g.sorted.empty())
-        groups.erase(group);
+    g.durations.pop_front();
+    if (g.durations.empty())
+        groups.erase(group->first);
 }
 
 std::vector<CallStatistics::Figures> CallStatistics::figuresOf(const Groups& groups)
@@ -121,13 +133,18 @@ std::vector<CallStatistics::Figures> CallStatistics::figuresOf(const Groups& gro
     for (const auto& [key, g] : groups) {
         Figures f;
         f.key = key;
-        f.calls = g.sorted.size();
+        std::vector<double> values(g.durations.begin(), g.durations.end());
+        f.calls = values.size();
         f.errors = g.errors;
-        f.min = g.sorted.front();
-        f.max = g.sorted.back();
+        const auto [min, max] = std::minmax_element(values.begin(), values.end());
+        f.min = *min;
+        f.max = *max;
         f.mean = std::max(0.0, g.sum) / static_cast<double>(f.calls);
-        const auto rank = static_cast<std::size_t>(std::ceil(0.95 * static_cast<double>(f.calls)));
-        f.p95 = g.sorted[std::max<std::size_t>(rank, 1) - 1];
+        // Nearest rank.
+        const auto rank
+            = std::max<std::size_t>(static_cast<std::size_t>(std::ceil(0.95 * static_cast<double>(f.calls))), 1);
+        std::nth_element(values.begin(), values.begin() + static_cast<std::ptrdiff_t>(rank - 1), values.end());
+        f.p95 = values[rank - 1];
         list.push_back(f);
     }
     std::sort(list.begin(), list.end(), [](const Figures& a, const Figures& b) { return a.key < b.key; });

@@ -3,6 +3,8 @@
 #include "RingBuffer.h"
 #include "TraceRecord.h"
 
+#include <QByteArray>
+#include <QHash>
 #include <QString>
 #include <QStringList>
 
@@ -52,26 +54,32 @@ public:
     std::uint64_t callCount() const { return counted.size(); }
 
 private:
+    // Records leave the ring oldest first, so they leave every group oldest first too: a group's
+    // durations are a queue, and the order statistics are taken when the figures are asked for.
     struct Group
     {
         std::uint64_t errors = 0;
         double sum = 0;
-        std::vector<double> sorted; // durations, ascending
+        std::deque<double> durations; // in arrival order
     };
     using Groups = std::unordered_map<QString, Group>;
     struct Counted
     {
         std::uint64_t sequence;
-        Groups::iterator operation;
-        Groups::iterator address;
+        // Elements of an unordered_map keep their address when it rehashes; iterators do not.
+        Groups::value_type* operation;
+        Groups::value_type* address;
         double duration;
         bool error;
     };
 
     void add(const Entry& e);
-    void remove(Groups& groups, Groups::iterator group, double duration, bool error);
+    void remove(Groups& groups, Groups::value_type* group, double duration, bool error);
+    QString cachedOperationOf(const Entry& e);
     static std::vector<Figures> figuresOf(const Groups& groups);
 
+    // Commands repeat: the operation of a text is worked out once.
+    QHash<QByteArray, QString> operationCache;
     Groups operations;
     Groups addresses;
     std::deque<Counted> counted; // oldest first
