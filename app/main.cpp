@@ -53,6 +53,9 @@ void answerHelpOrVersion(int argc, char** argv)
 int main(int argc, char** argv)
 {
     answerHelpOrVersion(argc, argv);
+    // Sharp icons and text at a display scale of 2: the icons come in several sizes and as vectors.
+    QCoreApplication::setAttribute(Qt::AA_EnableHighDpiScaling);
+    QCoreApplication::setAttribute(Qt::AA_UseHighDpiPixmaps);
     Q_INIT_RESOURCE(icons);
     auto app = std::make_unique<TraceApplication>(argc, argv);
     // Drawn from the vector source, so it stays sharp at any scale; the window's own icon is the one

@@ -1,5 +1,8 @@
 #include "MainWindow.h"
 
+#include "AboutBox.h"
+#include "CaptureWindow.h"
+
 #include "CellToolTips.h"
 #include "CommandLine.h"
 #include "DetailsPane.h"
@@ -83,6 +86,7 @@ MainWindow::MainWindow(QWidget* parent, TraceApplication& app)
     setupUi();
     setupConnections();
     setupAnalysis();
+    setupCaptureActions();
     restoreWindowSettings();
     applyCommandLine();
     // Takes over a tracing or recording state that another program set before this tool started.
@@ -630,6 +634,20 @@ void MainWindow::saveAnalysisSettings() const
     settings.setValue(QLatin1String(s_DetailsVisibleKey), !detailsPane->isHidden());
     settings.setValue(QLatin1String(s_StatisticsVisibleKey), !statisticsPane->isHidden());
     settings.endGroup();
+}
+
+void MainWindow::setupCaptureActions()
+{
+    analysisMenu->addSeparator();
+    QAction* exportView = analysisMenu->addAction(tr("&Export view..."));
+    exportView->setShortcut(QKeySequence(Qt::CTRL + Qt::Key_E));
+    connect(exportView, &QAction::triggered, this, [this] { CaptureWindow::askAndExport(this, app.getModel()); });
+    QAction* openCapture = analysisMenu->addAction(tr("Open &capture..."));
+    openCapture->setShortcut(QKeySequence::Open);
+    connect(openCapture, &QAction::triggered, this, [this] { CaptureWindow::askAndOpen(app, this); });
+    QAction* about = helpMenu->addAction(tr("&About ZelVisa Trace Tool"));
+    connect(about, &QAction::triggered, this, [this] { showAbout(this); });
+    helpMenu->addAction(tr("About &Qt"), qApp, &QApplication::aboutQt);
 }
 
 } // namespace gui

@@ -73,6 +73,8 @@ private:
     void applyCommandLine();
     // Details, find, errors and statistics beside the window's fixed parts; one place for their wiring.
     void setupAnalysis();
+    // Export, Open capture and About, beside the fixed actions of the form.
+    void setupCaptureActions();
     void saveAnalysisSettings() const;
 
     std::unique_ptr<Ui_MainWindow> ui;

@@ -1,0 +1,201 @@
+#include "CaptureWindow.h"
+
+#include "CellToolTips.h"
+#include "DetailsPane.h"
+#include "FindBar.h"
+#include "RowHeaderView.h"
+#include "StatisticsPane.h"
+#include "TraceApplication.h"
+#include "ViewFilterDialog.h"
+#include "ZelVersion.h"
+
+#include <QAction>
+#include <QFileDialog>
+#include <QFileInfo>
+#include <QHeaderView>
+#include <QLabel>
+#include <QMenuBar>
+#include <QMessageBox>
+#include <QStatusBar>
+#include <QTableView>
+
+namespace gui {
+
+namespace {
+
+struct ExportChoice
+{
+    const char* filter;
+    const char* suffix;
+    capture::Format format;
+};
+
+constexpr ExportChoice s_ExportChoices[] = {
+    {"CSV table (*.csv)", "csv", capture::Format::Csv},
+    {"Timeline for Perfetto and chrome://tracing (*.json)", "json", capture::Format::Timeline},
+    {"Saved view text (*.txt)", "txt", capture::Format::ViewText},
+};
+
+} // namespace
+
+CaptureWindow::CaptureWindow(TraceApplication& app, QString const& fileName, capture::Capture const& capture,
+                             QWidget* parent)
+    : QMainWindow(parent)
+    , captureModel(nullptr, app.getChannelControl(), app.getEndpoints().sharedRingName)
+    , fileName(fileName)
+    , note(capture.note)
+    , view(new QTableView(this))
+{
+    setWindowTitle(tr("%1 - ZelVisa Trace Tool capture").arg(QFileInfo(fileName).fileName()));
+    setWindowFilePath(fileName);
+    resize(1200, 760);
+    view->setVerticalHeader(new RowHeaderView(view));
+    view->setModel(&captureModel);
+    view->horizontalHeader()->setStretchLastSection(true);
+    view->setSelectionBehavior(QAbstractItemView::SelectRows);
+    view->setEditTriggers(QAbstractItemView::NoEditTriggers);
+    setCentralWidget(view);
+    captureModel.selectionModel = view->selectionModel();
+    captureModel.tableView = view;
+    connect(view->selectionModel(), &QItemSelectionModel::currentChanged, &captureModel,
+            &LiveTraceModel::selectionChanged);
+    captureModel.loadRecords(capture.records);
+
+    new CellToolTips(view);
+    finder = new FindBar(captureModel, view);
+    details = new DetailsPane(captureModel, view, this);
+    statistics = new StatisticsPane(captureModel, this);
+    addDockWidget(Qt::BottomDockWidgetArea, details);
+    addDockWidget(Qt::BottomDockWidgetArea, statistics);
+    splitDockWidget(details, statistics, Qt::Horizontal);
+    statusLabel = new QLabel(this);
+    statusBar()->addWidget(statusLabel, 1);
+    connect(&captureModel, &LiveTraceModel::newDataCollected, this, &CaptureWindow::updateStatus);
+    setupMenus();
+    updateStatus();
+}
+
+CaptureWindow::~CaptureWindow()
+{
+    // The panes and the view hold on to the model, which goes first as a member: they go before it.
+    captureModel.selectionModel = nullptr;
+    captureModel.tableView = nullptr;
+    delete details;
+    delete statistics;
+    delete finder;
+    delete view;
+}
+
+void CaptureWindow::setupMenus()
+{
+    QMenu* file = menuBar()->addMenu(tr("&File"));
+    file->addAction(tr("&Export view..."), this, [this] { askAndExport(this, captureModel); });
+    file->addSeparator();
+    QAction* close = file->addAction(tr("&Close"), this, &QWidget::close);
+    close->setShortcut(QKeySequence::Close);
+
+    QMenu* viewMenu = menuBar()->addMenu(tr("&View"));
+    viewMenu->addAction(tr("View &filters..."), this, [this] {
+        ViewFilterDialog dialog(this, captureModel.getFilters());
+        if (dialog.exec())
+            captureModel.setFilter(dialog.viewFilters);
+    });
+    auto toggle = [this, viewMenu](QString const& text, bool on, auto set) {
+        QAction* action = viewMenu->addAction(text);
+        action->setCheckable(true);
+        action->setChecked(on);
+        connect(action, &QAction::toggled, this, [this, set](bool checked) { (captureModel.*set)(checked); });
+    };
+    toggle(tr("&Collapse same commands"), captureModel.isCollapseSameCommands(),
+           &LiveTraceModel::setCollapseSameCommands);
+    toggle(tr("Show only &string arguments"), captureModel.isShowOnlyStringParameters(),
+           &LiveTraceModel::setShowOnlyStringParameters);
+    toggle(tr("Only &errors"), captureModel.isOnlyErrors(), &LiveTraceModel::setOnlyErrors);
+
+    QMenu* analysis = menuBar()->addMenu(tr("&Analysis"));
+    auto findAction = [this, analysis](QString const& text, QKeySequence const& key, void (FindBar::*slot)()) {
+        QAction* action = analysis->addAction(text);
+        action->setShortcut(key);
+        connect(action, &QAction::triggered, finder, slot);
+    };
+    findAction(tr("&Find..."), QKeySequence(Qt::CTRL + Qt::Key_F), &FindBar::activate);
+    findAction(tr("Find &next"), QKeySequence(Qt::Key_F3), &FindBar::findNext);
+    findAction(tr("Find &previous"), QKeySequence(Qt::SHIFT + Qt::Key_F3), &FindBar::findPrevious);
+    analysis->addSeparator();
+    findAction(tr("Next &error"), QKeySequence(Qt::Key_F8), &FindBar::nextError);
+    findAction(tr("Pre&vious error"), QKeySequence(Qt::SHIFT + Qt::Key_F8), &FindBar::previousError);
+    analysis->addSeparator();
+    analysis->addAction(details->toggleViewAction());
+    analysis->addAction(statistics->toggleViewAction());
+}
+
+void CaptureWindow::updateStatus()
+{
+    QString text = tr("%1: %2 rows from %3 records (read only)")
+                       .arg(QFileInfo(fileName).fileName())
+                       .arg(captureModel.rowCount())
+                       .arg(captureModel.getLocalRing().size());
+    if (!note.isEmpty())
+        text += QStringLiteral(" - ") + note;
+    statusLabel->setText(text);
+}
+
+CaptureWindow* CaptureWindow::open(TraceApplication& app, QString const& fileName, QWidget* parent)
+{
+    capture::Capture capture;
+    QString error;
+    if (!capture::CaptureReader::read(fileName, capture, error)) {
+        QMessageBox::warning(parent, tr("Open capture"), error);
+        return nullptr;
+    }
+    auto* window = new CaptureWindow(app, fileName, capture, nullptr);
+    window->setAttribute(Qt::WA_DeleteOnClose);
+    window->show();
+    return window;
+}
+
+bool CaptureWindow::exportView(QWidget* parent, LiveTraceModel const& model, QString const& fileName,
+                               capture::Format format)
+{
+    QString error;
+    if (capture::exportView(model, fileName, format, &error))
+        return true;
+    QMessageBox::critical(parent, tr("Export view"), error);
+    return false;
+}
+
+QString CaptureWindow::fileDialogFilters()
+{
+    QStringList filters;
+    for (ExportChoice const& choice : s_ExportChoices)
+        filters << tr(choice.filter);
+    return filters.join(QStringLiteral(";;"));
+}
+
+void CaptureWindow::askAndExport(QWidget* parent, LiveTraceModel const& model)
+{
+    QString selected;
+    QString name = QFileDialog::getSaveFileName(parent, tr("Export view"), QString(), fileDialogFilters(), &selected);
+    if (name.isEmpty())
+        return;
+    ExportChoice const* choice = &s_ExportChoices[0];
+    for (ExportChoice const& c : s_ExportChoices) {
+        if (selected == tr(c.filter))
+            choice = &c;
+    }
+    if (QFileInfo(name).suffix().isEmpty())
+        name += QLatin1Char('.') + QLatin1String(choice->suffix);
+    exportView(parent, model, name, choice->format);
+}
+
+void CaptureWindow::askAndOpen(TraceApplication& app, QWidget* parent)
+{
+    const QString name = QFileDialog::getOpenFileName(
+        parent, tr("Open capture"), QString(),
+        tr("Captures (*.csv *.txt *.log);;Exported tables (*.csv);;Saved views (*.txt);;Trace logs (*.log);;All "
+           "files (*)"));
+    if (!name.isEmpty())
+        open(app, name, parent);
+}
+
+} // namespace gui

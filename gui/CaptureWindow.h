@@ -1,0 +1,62 @@
+#pragma once
+
+#include "CaptureExport.h"
+#include "CaptureReader.h"
+#include "LiveTraceModel.h"
+
+#include <QMainWindow>
+
+class QLabel;
+class QTableView;
+class TraceApplication;
+
+namespace gui {
+
+class DetailsPane;
+class FindBar;
+class StatisticsPane;
+
+// A capture read back from a file, in a window of its own: the same table, view filters, options,
+// find, details and statistics as the live window, and nothing that traces. It has its own model,
+// which is never started, so the live view and tracing go on undisturbed beside it.
+class CaptureWindow : public QMainWindow
+{
+    Q_OBJECT
+
+public:
+    CaptureWindow(TraceApplication& app, QString const& fileName, capture::Capture const& capture,
+                  QWidget* parent = nullptr);
+    ~CaptureWindow() override;
+
+    LiveTraceModel& model() { return captureModel; }
+    QTableView* table() const { return view; }
+    FindBar* findBar() const { return finder; }
+
+    // Reads fileName and shows it in a new window that deletes itself when closed; a file that
+    // cannot be read is refused with a message box and gives null.
+    static CaptureWindow* open(TraceApplication& app, QString const& fileName, QWidget* parent = nullptr);
+    // The whole view of model into fileName; a failure is shown in a message box.
+    static bool exportView(QWidget* parent, LiveTraceModel const& model, QString const& fileName,
+                           capture::Format format);
+    // Asks for a file name and a format, then exports.
+    static void askAndExport(QWidget* parent, LiveTraceModel const& model);
+    // Asks for a capture file, then opens it.
+    static void askAndOpen(TraceApplication& app, QWidget* parent);
+
+    static QString fileDialogFilters();
+
+private:
+    void setupMenus();
+    void updateStatus();
+
+    LiveTraceModel captureModel;
+    QString fileName;
+    QString note;
+    QTableView* view;
+    FindBar* finder;
+    DetailsPane* details;
+    StatisticsPane* statistics;
+    QLabel* statusLabel;
+};
+
+} // namespace gui
