@@ -48,16 +48,16 @@ private slots:
     {
         QTest::addColumn<bool>("tracing");
         QTest::addColumn<bool>("toFile");
-        // Enabled: Start, Stop, Record, StopRecord / Pause, IconPause / file field, its two buttons;
-        // visible: IconStart, IconStop, Start_to_file, Stop_to_file. Then the start of the status text.
+        // Which actions and fields are enabled, which tool bar actions are visible (in the order the test
+        // reads them), then the start of the status text.
         QTest::addColumn<QString>("states");
         QTest::addColumn<QString>("statusStart");
 
-        QTest::newRow("off") << false << false << QStringLiteral("1010 00 111 1010")
+        QTest::newRow("off") << false << false << QStringLiteral("101000111 1010")
                              << QStringLiteral("Live view not active|");
-        QTest::newRow("tracing") << true << false << QStringLiteral("0110 11 111 0110")
+        QTest::newRow("tracing") << true << false << QStringLiteral("011011111 0110")
                                  << QStringLiteral("Live view active|");
-        QTest::newRow("tracing to file") << true << true << QStringLiteral("0101 11 000 0101")
+        QTest::newRow("tracing to file") << true << true << QStringLiteral("010111000 0101")
                                          << QStringLiteral("Recording to file|Live view active|");
     }
 
@@ -72,20 +72,13 @@ private slots:
         if (toFile)
             app.startfiletrace(log.toStdString());
 
-        QString states;
-        auto add = [&states](const std::initializer_list<bool>& flags) {
-            for (bool flag : flags)
-                states += flag ? QLatin1Char('1') : QLatin1Char('0');
-            states += QLatin1Char(' ');
-        };
-        add({get("actionStart")->isEnabled(), get("actionStop")->isEnabled(), get("actionRecord_to_file")->isEnabled(),
-             get("actionStop_record_to_file")->isEnabled()});
-        add({get("actionPause")->isEnabled(), get("actionIconPause")->isEnabled()});
-        add({get<QWidget>("editFilename")->isEnabled(), get<QWidget>("saveFileButton")->isEnabled(),
-             get<QWidget>("deleteLogFileButton")->isEnabled()});
-        add({get("actionIconStart")->isVisible(), get("actionIconStop")->isVisible(),
-             get("actionStart_to_file")->isVisible(), get("actionStop_to_file")->isVisible()});
-        QTEST(states.trimmed(), "states");
+        const QString states
+            = flags("enabled",
+                    {"actionStart", "actionStop", "actionRecord_to_file", "actionStop_record_to_file", "actionPause",
+                     "actionIconPause", "editFilename", "saveFileButton", "deleteLogFileButton"})
+            + QLatin1Char(' ')
+            + flags("visible", {"actionIconStart", "actionIconStop", "actionStart_to_file", "actionStop_to_file"});
+        QTEST(states, "states");
         QFETCH(QString, statusStart);
         QVERIFY2(status().startsWith(statusStart), qPrintable(status()));
         if (toFile)
@@ -398,21 +391,15 @@ private slots:
                 columns += get<QTableView>("liveView")->isColumnHidden(c) ? QLatin1Char('H') : QLatin1Char('.');
             return columns;
         };
-        auto checks = [this] {
-            QString flags;
-            for (const char* name :
-                 {"actionScroll", "actionPauseOnError", "actionCollapse_same_commands", "actionShow_only_string"})
-                flags += get(name)->isChecked() ? QLatin1Char('1') : QLatin1Char('0');
-            return flags;
-        };
+        const std::initializer_list<const char*> options {"actionScroll", "actionPauseOnError",
+                                                          "actionCollapse_same_commands", "actionShow_only_string"};
         QVERIFY(!window->isMaximized());
         QCOMPARE(get<QLineEdit>("editFilename")->text(), QDir::homePath() + QStringLiteral("/ZelVisa.log"));
         QCOMPARE(hidden(), QStringLiteral("H..HHH...."));
-        QCOMPARE(checks(), QStringLiteral("0010"));
+        QCOMPARE(flags("checked", options), QStringLiteral("0010"));
 
         get<QLineEdit>("editFilename")->setText(QStringLiteral("/tmp/kept.log"));
-        for (const char* name :
-             {"actionScroll", "actionPauseOnError", "actionCollapse_same_commands", "actionShow_only_string"})
+        for (const char* name : options)
             get(name)->trigger();
         view->setColumnHidden(0, false);
         view->setColumnHidden(7, true);
@@ -423,7 +410,7 @@ private slots:
         window = std::make_unique<gui::MainWindow>(nullptr, app);
         QCOMPARE(window->size(), QSize(700, 500));
         QCOMPARE(get<QLineEdit>("editFilename")->text(), QStringLiteral("/tmp/kept.log"));
-        QCOMPARE(checks(), QStringLiteral("1101"));
+        QCOMPARE(flags("checked", options), QStringLiteral("1101"));
         QVERIFY(!model.isCollapseSameCommands() && model.isShowOnlyStringParameters());
         QCOMPARE(hidden(), QStringLiteral("...HHH.H.."));
         window.reset();
@@ -496,6 +483,14 @@ private:
         QCoreApplication::processEvents(); // lets the view lay out the new rows
     }
     template<class T = QAction> T* get(const char* name) const { return child<T>(window.get(), name); }
+    // A boolean property of the named actions or widgets, as a string of 0 and 1.
+    QString flags(const char* property, std::initializer_list<const char*> names) const
+    {
+        QString out;
+        for (const char* name : names)
+            out += get<QObject>(name)->property(property).toBool() ? QLatin1Char('1') : QLatin1Char('0');
+        return out;
+    }
     QString status() const { return get<QStatusBar>("statusbar")->findChildren<QLabel*>().value(0)->text(); }
     QTableView* shownView()
     {
