@@ -10,7 +10,11 @@ LossIndicator::LossIndicator(QWidget* parent)
 
 void LossIndicator::showLoss(const LossCounter& counter)
 {
+    // Called on every display stage: an unchanged figure must not repaint the status bar.
     const std::uint64_t total = counter.total();
+    if (total == shownTotal)
+        return;
+    shownTotal = total;
     if (total == 0) {
         clear();
         setToolTip(QString());

@@ -2,6 +2,8 @@
 
 #include <QLabel>
 
+#include <cstdint>
+
 class LossCounter;
 
 namespace gui {
@@ -16,6 +18,9 @@ public:
     explicit LossIndicator(QWidget* parent = nullptr);
 
     void showLoss(const LossCounter& counter);
+
+private:
+    std::uint64_t shownTotal = 0;
 };
 
 } // namespace gui

@@ -89,6 +89,9 @@ MainWindow::MainWindow(QWidget* parent, TraceApplication& app)
     setupCaptureActions();
     restoreWindowSettings();
     applyCommandLine();
+    // The table, not the file name field, takes the keyboard first: arrow keys move through rows
+    // at once, and an idle window has no blinking cursor to repaint.
+    ui->liveView->setFocus();
     // Takes over a tracing or recording state that another program set before this tool started.
     externalEvents.emitSignals();
     // Without a valid segment lock nothing can be traced; say so instead of showing an idle view.
@@ -585,6 +588,17 @@ void MainWindow::setupAnalysis()
     widen(LiveTraceModel::AddressColumn, "TCPIP0::192.168.1.10::inst0::INSTR");
     widen(LiveTraceModel::DurationColumn, "1000.000 ms");
     widen(LiveTraceModel::StatusColumn, "VI_ERROR_RSRC_NFOUND");
+    // On a small screen the Command column keeps a third of the width; the address gives way (a cut
+    // cell shows its whole text as a tool tip).
+    QHeaderView* header = view->horizontalHeader();
+    int used = metrics.horizontalAdvance(QStringLiteral("00000")); // the row header
+    for (int column : {LiveTraceModel::TimestampColumn, LiveTraceModel::ElapsedTimeColumn,
+                       LiveTraceModel::AddressColumn, LiveTraceModel::DurationColumn, LiveTraceModel::StatusColumn})
+        used += header->sectionSize(column);
+    const int room = width() * 2 / 3;
+    if (used > room)
+        header->resizeSection(LiveTraceModel::AddressColumn,
+                              std::max(header->sectionSize(LiveTraceModel::AddressColumn) - (used - room), 120));
 
     new CellToolTips(view);
     findBar = new FindBar(model, view);
