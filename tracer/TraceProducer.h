@@ -87,7 +87,7 @@ private:
     void writeToFile(char const* name, FullEntry const& entry);
 
     SharedFile file;
-    std::timed_mutex fileMutex; // guards `file`: its stream, its name and its counters
+    std::mutex fileMutex; // guards `file`: its stream, its name and its counters
     std::atomic<std::int64_t> fileWaitAfter {0}; // steady-clock ns before which the file lock is only tried
     std::atomic<std::uint64_t> sequence {0};
     std::atomic<std::uint64_t> written {0};
