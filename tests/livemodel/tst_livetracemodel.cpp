@@ -81,6 +81,8 @@ private slots:
     void displayRows();
     void collapsingOff();
     void droppedRecordsCountAsLost();
+    void drainsWhateverTheLastUpdateStamp_data();
+    void drainsWhateverTheLastUpdateStamp();
     void everyRecordTakenOnce_data();
     void everyRecordTakenOnce();
     void cells();
@@ -219,6 +221,38 @@ void TestLiveTraceModel::droppedRecordsCountAsLost()
     QCOMPARE(p.model.getLossCounter().total(), p.producer.getDropped());
     p.model.clear();
     QCOMPARE(p.model.getLossCounter().total(), 0u);
+}
+
+void TestLiveTraceModel::drainsWhateverTheLastUpdateStamp_data()
+{
+    QTest::addColumn<qint64>("offset");
+    QTest::addColumn<bool>("absolute");
+    QTest::newRow("clock stepped back: stamp 10 s in the future") << qint64(10000) << false;
+    QTest::newRow("stamp far in the past") << std::numeric_limits<qint64>::min() << true;
+    QTest::newRow("stamp at the end of time") << std::numeric_limits<qint64>::max() << true;
+}
+
+// Another process's clock, or a hostile writer, sets the shared ring's stamp: capture goes on.
+void TestLiveTraceModel::drainsWhateverTheLastUpdateStamp()
+{
+    QFETCH(qint64, offset);
+    QFETCH(bool, absolute);
+    Pipeline p(12);
+    QVERIFY(p.model.start());
+    RingBufferSharedMem<FullEntry> peer(QString::fromStdString(TestNames::sharedRingName("12")),
+                                        LiveTraceModel::s_DefaultSharedRingSize);
+    for (std::uint64_t id = 1; id <= 3; ++id) {
+        peer.block().lock();
+        peer.readHeader();
+        peer.lastUpdate = absolute ? offset : QDateTime::currentMSecsSinceEpoch() + offset;
+        peer.writeHeader();
+        peer.block().unlock();
+        p.write({1, 1, id, 1, "viClear(1)"});
+        p.model.updateSharedData();
+        p.model.updateInternalAndDipslay();
+    }
+    p.model.setCollapseSameCommands(false);
+    QCOMPARE(p.model.rowCount(), 3);
 }
 
 void TestLiveTraceModel::collapsingOff()
