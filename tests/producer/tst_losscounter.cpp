@@ -63,6 +63,12 @@ void TestLossCounter::counts()
         counter.add(r.first, r.second);
     QCOMPARE(quint64(counter.total()), total);
     QCOMPARE(quint64(counter.lostFor(1)), pid1);
+    quint64 listed = 0;
+    for (const auto& [pid, lost] : counter.lossByProcess()) {
+        QVERIFY(lost > 0 && lost == counter.lostFor(pid));
+        listed += lost;
+    }
+    QCOMPARE(listed, total);
 }
 
 void TestLossCounter::memoryStaysBoundedWhateverPidsArrive()

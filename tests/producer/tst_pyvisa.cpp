@@ -39,6 +39,10 @@ void TestPyVisa::scriptCallsArriveAsCallAndReturnRecords()
     env.insert(QStringLiteral("ZELTRACE_KEY"), QString::number(segment.key));
     env.insert(QStringLiteral("ZELTRACE_SEMAPHORE"), QString::fromStdString(segment.semaphore));
     env.insert(QStringLiteral("ZELTRACE_FILE_SEMAPHORE"), QString::fromStdString(segment.fileSemaphore));
+#ifdef ZEL_PRELOAD
+    env.insert(QStringLiteral("LD_PRELOAD"), QStringLiteral(ZEL_PRELOAD));
+    env.insert(QStringLiteral("ASAN_OPTIONS"), QStringLiteral("detect_leaks=0")); // the interpreter's own
+#endif
     script.setProcessEnvironment(env);
     script.start(QStringLiteral(ZEL_PYTHON), {QStringLiteral(ZEL_SESSION_SCRIPT), port});
     QVERIFY(script.waitForFinished(60000));
