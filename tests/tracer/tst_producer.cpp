@@ -3,25 +3,10 @@
 
 #include <QtTest>
 
-#include <sys/wait.h>
-#include <unistd.h>
 
-#include <map>
 #include <set>
 
 using namespace ZelTracer;
-
-namespace {
-
-// Deterministic text for a record, 1 to 3 slots long, so that the reader can check it is intact.
-std::string textFor(std::uint32_t pid, std::uint64_t id)
-{
-    std::string text = "viWrite(" + std::to_string(pid) + ", " + std::to_string(id) + ", \"";
-    text.append(static_cast<std::size_t>(id % 170), static_cast<char>('a' + id % 26));
-    return text + "\")";
-}
-
-} // namespace
 
 class TestProducer : public QObject
 {
@@ -32,7 +17,6 @@ private slots:
     void recordFilter();
     void recordThatDoesNotFitIsDroppedWhole();
     void appendsToTheHeadersLogFile();
-    void twoWritersOneReaderLoseNothing();
     void trafficGeneratorDeliversWhatItReports();
 };
 
@@ -124,55 +108,6 @@ void TestProducer::appendsToTheHeadersLogFile()
     QVERIFY(a.last().startsWith(QLatin1String("1\t")) && a.last().endsWith(QLatin1String("\"one\"")));
     QCOMPARE(b.size(), 5);
     QVERIFY(b.last().endsWith(QLatin1String("\"two\"")));
-}
-
-void TestProducer::twoWritersOneReaderLoseNothing()
-{
-    PrivateSegment segment(33);
-    LosslessReader reader(segment);
-    reader.control.setTracingActive(true);
-    constexpr std::uint64_t perWriter = 3000;
-
-    pid_t writers[2];
-    for (pid_t& writer : writers) {
-        writer = fork();
-        if (writer == 0) {
-            TraceProducer producer(segment.key, s_VisaSharedMemorySize, segment.semaphore, segment.fileSemaphore);
-            const auto pid = static_cast<std::uint32_t>(getpid());
-            for (std::uint64_t id = 1; id <= perWriter;) {
-                // Wait for room rather than drop: the test is about what arrives while there is room.
-                if (producer.write(makeEntry(id, pid, 0, textFor(pid, id))) == TraceProducer::Outcome::Written)
-                    ++id;
-                else
-                    usleep(200);
-            }
-            _exit(producer.getWritten() == perWriter ? 0 : 1);
-        }
-    }
-
-    std::map<std::uint32_t, std::set<std::uint64_t>> seen;
-    std::size_t received = 0;
-    bool intact = true;
-    QElapsedTimer timer;
-    timer.start();
-    while (received < 2 * perWriter && timer.elapsed() < 60000) {
-        for (const FullEntry& e : reader.drain()) {
-            intact = intact && std::string(e.text) == textFor(e.pid, e.id) && e.session == 7;
-            if (seen[e.pid].insert(e.id).second)
-                ++received;
-            else
-                intact = false; // delivered twice
-        }
-        usleep(1000);
-    }
-    for (pid_t writer : writers) {
-        int status = 0;
-        waitpid(writer, &status, 0);
-        QVERIFY(WIFEXITED(status) && WEXITSTATUS(status) == 0);
-    }
-    QVERIFY(intact);
-    QCOMPARE(received, std::size_t(2 * perWriter));
-    QCOMPARE(seen.size(), std::size_t(2));
 }
 
 void TestProducer::trafficGeneratorDeliversWhatItReports()
