@@ -8,9 +8,9 @@
 #include "DetailsPane.h"
 #include "FilterDialog.h"
 #include "FindBar.h"
-#include "StatisticsPane.h"
 #include "LossIndicator.h"
 #include "RowHeaderView.h"
+#include "StatisticsPane.h"
 #include "TraceApplication.h"
 #include "ViewFilterDialog.h"
 #include "WindowPlacement.h"
@@ -588,17 +588,21 @@ void MainWindow::setupAnalysis()
     widen(LiveTraceModel::AddressColumn, "TCPIP0::192.168.1.10::inst0::INSTR");
     widen(LiveTraceModel::DurationColumn, "1000.000 ms");
     widen(LiveTraceModel::StatusColumn, "VI_ERROR_RSRC_NFOUND");
-    // On a small screen the Command column keeps a third of the width; the address gives way (a cut
-    // cell shows its whole text as a tool tip).
+    // On a small screen the Command column keeps two fifths of the width; the long columns give way
+    // alike, timestamp and duration stay whole (a cut cell shows its whole text as a tool tip).
     QHeaderView* header = view->horizontalHeader();
-    int used = metrics.horizontalAdvance(QStringLiteral("00000")); // the row header
-    for (int column : {LiveTraceModel::TimestampColumn, LiveTraceModel::ElapsedTimeColumn,
-                       LiveTraceModel::AddressColumn, LiveTraceModel::DurationColumn, LiveTraceModel::StatusColumn})
-        used += header->sectionSize(column);
-    const int room = width() * 2 / 3;
-    if (used > room)
-        header->resizeSection(LiveTraceModel::AddressColumn,
-                              std::max(header->sectionSize(LiveTraceModel::AddressColumn) - (used - room), 120));
+    const int yielding[]
+        = {LiveTraceModel::ElapsedTimeColumn, LiveTraceModel::AddressColumn, LiveTraceModel::StatusColumn};
+    int fixed = metrics.horizontalAdvance(QStringLiteral("00000")) // the row header
+        + header->sectionSize(LiveTraceModel::TimestampColumn) + header->sectionSize(LiveTraceModel::DurationColumn);
+    int wanted = 0;
+    for (int column : yielding)
+        wanted += header->sectionSize(column);
+    const int room = std::max(width() * 3 / 5 - fixed, 3 * 60);
+    for (int column : yielding) {
+        if (wanted > room)
+            header->resizeSection(column, header->sectionSize(column) * room / wanted);
+    }
 
     new CellToolTips(view);
     findBar = new FindBar(model, view);
