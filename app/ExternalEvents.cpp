@@ -20,8 +20,6 @@ void ExternalEvents::announce()
 
 void ExternalEvents::timerHit()
 {
-    // A removed or replaced segment would otherwise report its last state forever.
-    channelControl.reattachIfReplaced();
     const bool active = channelControl.tracingActive();
     const bool toFile = channelControl.isTracingToFile();
     if (active != lastActive) {
@@ -39,4 +37,14 @@ void ExternalEvents::emitSignals()
     lastActive = channelControl.tracingActive();
     lastToFile = channelControl.isTracingToFile();
     announce();
+}
+
+// Called once the application has followed a removed or replaced segment and carried its state
+// over: this monitor then reads the new segment too, and takes its state without announcing it.
+// Left to itself it could reach the new segment first, find tracing off there and stop the tool.
+void ExternalEvents::followSegment()
+{
+    channelControl.reattachIfReplaced();
+    lastActive = channelControl.tracingActive();
+    lastToFile = channelControl.isTracingToFile();
 }

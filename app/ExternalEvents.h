@@ -18,6 +18,7 @@ public:
                             std::string const& semaphoreName = ZelTracer::s_SharedMemoryMutexName);
 
     void emitSignals();
+    void followSegment();
 
     static constexpr int s_PollInterval = 200;
 

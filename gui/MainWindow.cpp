@@ -161,6 +161,7 @@ void MainWindow::setupConnections()
     connect(&externalEvents, &ExternalEvents::stoptofile, &app, &TraceApplication::stopfiletrace);
     connect(&app, &TraceApplication::tracingChanged, this, &MainWindow::tracingChanged);
     connect(&app, &TraceApplication::segmentReattached, this, [this] {
+        externalEvents.followSegment();
         statusBar()->showMessage(
             tr("The trace segment was removed by another program; the tool now reads the new one."), 10000);
     });
