@@ -36,7 +36,8 @@ public:
     void saveBufferToFile(QString fileName);
     QString getBuffer();
 
-    static constexpr int s_SegmentWatchInterval = 1000;
+    // Two system calls a time; records written in between into a removed segment are not recorded.
+    static constexpr int s_SegmentWatchInterval = 200;
 
 signals:
     void tracingChanged();
