@@ -165,8 +165,8 @@ private slots:
         QBuffer buffer;
         buffer.open(QIODevice::WriteOnly);
         set.saveViewFilterFile(buffer);
-        // Magic, version, count; per rule: value, text (byte length, UTF-16), type, colour (spec, alpha, red,
-        // green, blue, padding, 16 bits each); then the show-only flag.
+        // Magic, version, count; per rule: value, text (byte length, UTF-16), type, colour (a byte, 1 for RGB;
+        // then alpha, red, green, blue and padding, 16 bits each); then the show-only flag.
         // clang-format off
     const QByteArray expected = QByteArray::fromHex(
         "2906FAB1" "00000001" "00000003"
