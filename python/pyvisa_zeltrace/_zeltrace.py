@@ -8,6 +8,18 @@ CALL = 0
 RETURN = 1
 
 
+def _declare(lib):
+    lib.zeltrace_enabled.restype = ctypes.c_int
+    lib.zeltrace_enabled.argtypes = []
+    lib.zeltrace_next_id.restype = ctypes.c_uint64
+    lib.zeltrace_next_id.argtypes = []
+    lib.zeltrace_record.restype = ctypes.c_int
+    lib.zeltrace_record.argtypes = [ctypes.c_uint64, ctypes.c_uint32, ctypes.c_uint32, ctypes.c_char_p,
+                                    ctypes.c_int32, ctypes.c_double, ctypes.c_char_p]
+    lib.zeltrace_problem.restype = ctypes.c_char_p
+    lib.zeltrace_problem.argtypes = []
+
+
 class Tracer:
     def __init__(self):
         self.lib = None
@@ -21,17 +33,9 @@ class Tracer:
         for candidate in candidates:
             try:
                 lib = ctypes.CDLL(candidate)
-            except OSError:
+                _declare(lib)
+            except (OSError, AttributeError):
                 continue
-            lib.zeltrace_enabled.restype = ctypes.c_int
-            lib.zeltrace_enabled.argtypes = []
-            lib.zeltrace_next_id.restype = ctypes.c_uint64
-            lib.zeltrace_next_id.argtypes = []
-            lib.zeltrace_record.restype = ctypes.c_int
-            lib.zeltrace_record.argtypes = [ctypes.c_uint64, ctypes.c_uint32, ctypes.c_uint32, ctypes.c_char_p,
-                                            ctypes.c_int32, ctypes.c_double, ctypes.c_char_p]
-            lib.zeltrace_problem.restype = ctypes.c_char_p
-            lib.zeltrace_problem.argtypes = []
             self.lib = lib
             break
 

@@ -174,34 +174,40 @@ class ZelTraceVisaLibrary(VisaLibraryBase):
         function = getattr(self.inner, method)
         if not self.tracer.enabled():
             return function(*args, **kwargs)
-        args = args + tuple(kwargs.values())
+        shown = args + tuple(kwargs.values())
         record_id = self.tracer.next_id()
-        session = args[0] if args and isinstance(args[0], int) else 0
-        address = self._address(method, args)
-        self.tracer.record(record_id, CALL, session, address, 0, 0.0, command_text(method, args, [], False))
+        session = shown[0] if shown and isinstance(shown[0], int) else 0
+        address = self._address(method, shown)
+        self._record(record_id, CALL, session, address, 0, 0.0, method, shown, [], False)
         start = time.perf_counter()
         try:
-            result = function(*args)
+            result = function(*args, **kwargs)
         except errors.VisaIOError as error:
-            self._finish(method, record_id, session, address, args, [], error.error_code, start)
+            self._record(record_id, RETURN, session, address, error.error_code, time.perf_counter() - start,
+                         method, shown, [], True)
             raise
         except Exception:
-            self._finish(method, record_id, session, address, args, [], _SYSTEM_ERROR, start)
+            self._record(record_id, RETURN, session, address, _SYSTEM_ERROR, time.perf_counter() - start,
+                         method, shown, [], True)
             raise
+        duration = time.perf_counter() - start
         values, status = split_result(result)
         if method in ("open", "open_default_resource_manager") and values:
             session = int(values[0])
             if method == "open":
                 self.addresses[session] = address
-        self._finish(method, record_id, session, address, args, values, status, start)
-        if method == "close":
-            self.addresses.pop(args[0], None)
+        self._record(record_id, RETURN, session, address, status, duration, method, shown, values, True)
+        if method == "close" and shown:
+            self.addresses.pop(shown[0], None)
         return result
 
-    def _finish(self, method, record_id, session, address, args, values, status, start):
-        duration = time.perf_counter() - start
-        self.tracer.record(record_id, RETURN, session, address, status, duration,
-                           command_text(method, args, values, True))
+    def _record(self, record_id, kind, session, address, status, duration, method, shown, values, done):
+        # Tracing must never change what the script sees: a record that cannot be made is left out.
+        try:
+            self.tracer.record(record_id, kind, int(session), address, int(status), duration,
+                               command_text(method, shown, values, done))
+        except Exception:
+            pass
 
 
 def _make_traced(method):
