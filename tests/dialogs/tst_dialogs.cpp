@@ -166,16 +166,9 @@ private slots:
         dialog.accept();
         QCOMPARE(dialog.viewFilters, saved);
 
-        // Another version, another magic, a missing file: the set stays as it is, without a word.
-        QFile foreign(dir.filePath(QStringLiteral("v2.viewfilter")));
-        QVERIFY(foreign.open(QIODevice::WriteOnly));
-        QDataStream(&foreign) << ModelFilters::s_FileMagic << qint32(2) << qint32(0) << false;
-        foreign.close();
-        for (const QString& bad : {foreign.fileName(), dir.filePath(QStringLiteral("none"))}) {
-            gui::ViewFilterDialog other(nullptr, saved);
-            QVERIFY(closingModals([&] { other.loadFile(bad); }).isEmpty());
-            QCOMPARE(other.viewFilters, saved);
-        }
+        // A missing file leaves the set as it is, without a word.
+        QVERIFY(closingModals([&] { dialog.loadFile(dir.filePath(QStringLiteral("none"))); }).isEmpty());
+        QCOMPARE(dialog.viewFilters, saved);
     }
 
     void placementIsRemembered()
