@@ -192,7 +192,8 @@ public:
         return QString();
     }
 
-    QString viewTextRow(QByteArray const& line)
+    // With dryRun only checks that the line begins a row.
+    QString viewTextRow(QByteArray const& line, bool dryRun)
     {
         // id offset, id, time, pid, thread, session, then address, duration, kind, status, text.
         // Address and text are written as they are and may hold tabs: the address ends at the first
@@ -217,6 +218,8 @@ public:
         e.session = p.number<std::uint32_t>(head[5], "session");
         if (!p.ok)
             return p.why;
+        if (dryRun)
+            return QString(); // a line that begins like a row is one
         if (!tail(line, pos, '\0', e))
             return QStringLiteral("its duration, kind and status are missing");
 
@@ -228,7 +231,7 @@ public:
         return QString();
     }
 
-    QString logRow(QByteArray const& line)
+    QString logRow(QByteArray const& line, bool dryRun)
     {
         // id, date and time, elapsed, pid, thread, session, address, duration, kind, status, "text".
         QList<QByteArray> head;
@@ -253,6 +256,8 @@ public:
         e.session = p.number<std::uint32_t>(head[5], "session");
         if (!p.ok)
             return p.why;
+        if (dryRun)
+            return QString(); // a line that begins like a row is one
         if (!tail(line, pos, '"', e))
             return QStringLiteral("its duration, kind, status and quoted command are missing");
         setTime(e, stamp, 0);
@@ -355,15 +360,28 @@ bool CaptureReader::read(QIODevice& device, QString const& name, QDate const& da
     int lineNumber = 0;
     QByteArray pending; // a CSV record whose quoted field goes on in the next line
     bool any = false;
+    // A saved view and a log keep texts unescaped, so a text may hold line breaks: a line that is no
+    // row on its own continues the row before it, which is read once the next row begins.
+    QByteArray held;
+    int heldLine = 0;
+    auto row = [&parser, &capture](QByteArray const& text, bool dryRun) {
+        return capture.source == Capture::ViewText ? parser.viewTextRow(text, dryRun) : parser.logRow(text, dryRun);
+    };
+    auto refuse = [&error, &name](int number, QString const& why) {
+        error = QStringLiteral("Line %1 of %2 is not a line of a capture: %3.").arg(number).arg(name, why);
+        return false;
+    };
+    auto tooLong = [&error, &name](int number) {
+        error = QStringLiteral("Line %1 of %2 is longer than any line of a capture.").arg(number).arg(name);
+        return false;
+    };
 
     while (!device.atEnd()) {
-        QByteArray line = device.readLine(s_MaxLineLength + 1);
+        QByteArray line = device.readLine(s_MaxLineLength + 2);
         ++lineNumber;
         if (!line.endsWith('\n')) {
-            if (line.size() > s_MaxLineLength) {
-                error = QStringLiteral("Line %1 of %2 is longer than any line of a capture.").arg(lineNumber).arg(name);
-                return false;
-            }
+            if (line.size() > s_MaxLineLength)
+                return tooLong(lineNumber);
             error = QStringLiteral("%1 ends in the middle of a line: the file was cut short.").arg(name);
             return false;
         }
@@ -396,12 +414,8 @@ bool CaptureReader::read(QIODevice& device, QString const& name, QDate const& da
             pending += line;
             QList<QByteArray> fields;
             if (!splitCsv(pending, fields)) {
-                if (pending.size() > s_MaxLineLength) {
-                    error = QStringLiteral("Line %1 of %2 is longer than any line of a capture.")
-                                .arg(lineNumber)
-                                .arg(name);
-                    return false;
-                }
+                if (pending.size() > s_MaxLineLength)
+                    return tooLong(lineNumber);
                 pending += '\n';
                 continue;
             }
@@ -417,18 +431,33 @@ bool CaptureReader::read(QIODevice& device, QString const& name, QDate const& da
                 }
                 break;
             }
-            why = parser.viewTextRow(line);
-            break;
+            [[fallthrough]];
         case Capture::TraceLog:
-            if (line.startsWith('#') || line.isEmpty())
-                break;
-            why = parser.logRow(line);
-            break;
+            if (capture.source == Capture::TraceLog && (line.startsWith('#') || line.isEmpty())) {
+                if (!held.isEmpty() && !(why = row(held, false)).isEmpty())
+                    return refuse(heldLine, why);
+                held.clear();
+                continue;
+            }
+            if (!held.isEmpty() && !row(line, true).isEmpty()) {
+                held += '\n' + line;
+                if (held.size() > s_MaxLineLength)
+                    return tooLong(heldLine);
+                continue;
+            }
+            if (!held.isEmpty() && !(why = row(held, false)).isEmpty())
+                return refuse(heldLine, why);
+            held = line;
+            heldLine = lineNumber;
+            continue;
         }
-        if (!why.isEmpty()) {
-            error = QStringLiteral("Line %1 of %2 is not a line of a capture: %3.").arg(lineNumber).arg(name, why);
-            return false;
-        }
+        if (!why.isEmpty())
+            return refuse(lineNumber, why);
+    }
+    if (!held.isEmpty()) {
+        const QString why = row(held, false);
+        if (!why.isEmpty())
+            return refuse(heldLine, why);
     }
     if (!any) {
         error = QStringLiteral("%1 is empty.").arg(name);

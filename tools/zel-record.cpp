@@ -174,6 +174,7 @@ public:
             return false;
         }
         writer.begin();
+        file.flush(); // a file with its header says that recording runs
         clock.start();
         if (options.duration > 0)
             QTimer::singleShot(static_cast<int>(options.duration * 1000), this, [this] { stop(0); });
