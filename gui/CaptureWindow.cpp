@@ -12,8 +12,10 @@
 #include <QAction>
 #include <QFileDialog>
 #include <QFileInfo>
+#include <QFontMetrics>
 #include <QHeaderView>
 #include <QLabel>
+#include <QMenu>
 #include <QMenuBar>
 #include <QMessageBox>
 #include <QStatusBar>
@@ -55,6 +57,34 @@ CaptureWindow::CaptureWindow(TraceApplication& app, QString const& fileName, cap
     view->setSelectionBehavior(QAbstractItemView::SelectRows);
     view->setEditTriggers(QAbstractItemView::NoEditTriggers);
     setCentralWidget(view);
+    // Room for typical values and for the command; id, elapsed time and session can be shown again
+    // from the header.
+    const QFontMetrics metrics(view->font());
+    auto widen = [this, &metrics](int column, const char* sample) {
+        view->horizontalHeader()->resizeSection(column, metrics.horizontalAdvance(QLatin1String(sample)) + 12);
+    };
+    widen(LiveTraceModel::TimestampColumn, "00:00:00.000");
+    widen(LiveTraceModel::ElapsedTimeColumn, "000.000000 s");
+    widen(LiveTraceModel::PidColumn, "0000000");
+    widen(LiveTraceModel::ThreadColumn, "0000000");
+    widen(LiveTraceModel::AddressColumn, "TCPIP0::10.0.0.5::INSTR");
+    widen(LiveTraceModel::DurationColumn, "1000.000 ms");
+    widen(LiveTraceModel::StatusColumn, "VI_ERROR_RSRC_NFOUND");
+    view->setColumnHidden(LiveTraceModel::ElapsedTimeColumn, true);
+    view->setColumnHidden(LiveTraceModel::IdColumn, true);
+    view->horizontalHeader()->setContextMenuPolicy(Qt::CustomContextMenu);
+    connect(view->horizontalHeader(), &QWidget::customContextMenuRequested, this, [this](QPoint const& pos) {
+        QMenu menu;
+        for (int column = 0; column < LiveTraceModel::CommandColumn; ++column) {
+            QAction* action = menu.addAction(captureModel.headerData(column, Qt::Horizontal).toString());
+            action->setCheckable(true);
+            action->setChecked(!view->isColumnHidden(column));
+            connect(action, &QAction::toggled, view,
+                    [this, column](bool shown) { view->setColumnHidden(column, !shown); });
+        }
+        menu.exec(view->horizontalHeader()->mapToGlobal(pos));
+    });
+    view->setColumnHidden(LiveTraceModel::SessionColumn, true);
     captureModel.selectionModel = view->selectionModel();
     captureModel.tableView = view;
     connect(view->selectionModel(), &QItemSelectionModel::currentChanged, &captureModel,
