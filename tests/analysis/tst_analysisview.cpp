@@ -146,6 +146,7 @@ private slots:
     void onlyErrors_data();
     void onlyErrors();
     void detailsFollowTheCall();
+    void errorRowsKeepDarkText();
 };
 
 void TestAnalysisView::find_data()
@@ -263,6 +264,17 @@ void TestAnalysisView::detailsFollowTheCall()
     QCOMPARE(f.statistics->statistics().toText().mid(1, 2),
              (QStringList {"viRead\t1\t1\t1.235 ms\t1.235 ms\t1.235 ms\t1.235 ms"_q,
                            "viWrite *CLS\t1\t0\t1.235 ms\t1.235 ms\t1.235 ms\t1.235 ms"_q}));
+}
+
+// A dark theme draws text light; on the light red of an error row it must stay dark.
+void TestAnalysisView::errorRowsKeepDarkText()
+{
+    Fixture f(5);
+    f.model.loadRecords(records(s_Table));
+    const QVariant error = f.model.data(f.model.index(4, LiveTraceModel::CommandColumn), Qt::ForegroundRole);
+    QVERIFY(error.canConvert<QColor>());
+    QVERIFY(qGray(error.value<QColor>().rgb()) < 64);
+    QVERIFY(!f.model.data(f.model.index(3, LiveTraceModel::CommandColumn), Qt::ForegroundRole).isValid());
 }
 
 QTEST_MAIN(TestAnalysisView)
