@@ -3,7 +3,6 @@
 
 #include <QtTest>
 
-
 #include <set>
 
 using namespace ZelTracer;
