@@ -48,6 +48,26 @@ int semaphoreValue(std::string const& name)
     return value;
 }
 
+// Runs work(t) in `threads` threads while a tool drains the segment, passing it every record.
+template<class Work, class Seen> void whileDraining(LosslessReader& reader, int threads, Work work, Seen seen)
+{
+    std::atomic<int> running {threads};
+    std::vector<std::thread> workers;
+    for (int t = 0; t < threads; ++t) {
+        workers.emplace_back([&, t] {
+            work(t);
+            --running;
+        });
+    }
+    for (bool last = false; !last; usleep(2000)) {
+        last = running == 0;
+        for (const FullEntry& e : reader.drain())
+            seen(e);
+    }
+    for (std::thread& w : workers)
+        w.join();
+}
+
 } // namespace
 
 class TestProducerFaults : public QObject
@@ -136,11 +156,14 @@ void TestProducerFaults::messageFilterAndManyThreadsNeverBreakTheLock()
     dup2(errors.handle(), STDERR_FILENO);
 
     TraceProducer producer(segment.key, s_VisaSharedMemorySize, segment.semaphore, segment.fileSemaphore);
+    sem_t* lock = sem_open(segment.semaphore.c_str(), 0);
     std::atomic<std::uint64_t> passed {0};
-    std::atomic<int> running {threads};
-    std::vector<std::thread> workers;
-    for (int t = 0; t < threads; ++t) {
-        workers.emplace_back([&, t] {
+    std::size_t received = 0;
+    bool intact = true;
+    int highestValue = 0;
+    whileDraining(
+        reader, threads,
+        [&](int t) {
             for (std::uint64_t i = 0; i < perThread; ++i) {
                 std::string text(TraceProducer::s_MaxTextLength, char('a' + t));
                 if (i % 2 == 0)
@@ -148,24 +171,15 @@ void TestProducerFaults::messageFilterAndManyThreadsNeverBreakTheLock()
                 const auto outcome = producer.write(makeEntry(t * perThread + i, 100, 0, text));
                 passed += outcome == TraceProducer::Outcome::Written || outcome == TraceProducer::Outcome::Dropped;
             }
-            --running;
-        });
-    }
-    std::size_t received = 0;
-    bool intact = true;
-    int highestValue = 0;
-    for (bool last = false; !last;) {
-        last = running == 0;
-        for (const FullEntry& e : reader.drain()) {
+        },
+        [&](const FullEntry& e) {
             ++received;
-            intact = intact && std::strlen(e.text) == TraceProducer::s_MaxTextLength
-                && std::strstr(e.text, "NEEDLE") != nullptr;
-        }
-        highestValue = std::max(highestValue, semaphoreValue(segment.semaphore));
-        usleep(2000);
-    }
-    for (std::thread& w : workers)
-        w.join();
+            intact = intact && std::strlen(e.text) == TraceProducer::s_MaxTextLength && std::strstr(e.text, "NEEDLE");
+            int value = 0;
+            sem_getvalue(lock, &value);
+            highestValue = std::max(highestValue, value);
+        });
+    sem_close(lock);
     dup2(savedStderr, STDERR_FILENO);
     close(savedStderr);
 
@@ -201,24 +215,16 @@ void TestProducerFaults::threadsShareAProducerWhileTheLogNameChanges()
     TraceProducer producer(segment.key, s_VisaSharedMemorySize, segment.semaphore, segment.fileSemaphore);
     producer.getFile().setFreeSpaceQuery([](std::string const&) { return 1e6; });
     constexpr std::uint64_t perThread = 2000;
-    std::vector<std::thread> workers;
-    for (int t = 0; t < 4; ++t) {
-        workers.emplace_back([&, t] {
+    std::size_t received = 0;
+    whileDraining(
+        reader, 4,
+        [&](int t) {
             for (std::uint64_t i = 0; i < perThread; ++i)
                 producer.write(makeEntry(t * perThread + i, 100, 0, "viRead(\"" + std::to_string(i) + "\")"));
-        });
-    }
-    std::size_t received = 0;
-    for (std::thread& w : workers) {
-        while (w.joinable()) {
-            received += reader.drain().size();
-            w.join();
-        }
-    }
+        },
+        [&](const FullEntry&) { ++received; });
     kill(switcher, SIGKILL);
     waitpid(switcher, nullptr, 0);
-    received += reader.drain().size();
-
     std::size_t lines = 0;
     bool wellFormed = true;
     for (const std::string& log : logs) {
