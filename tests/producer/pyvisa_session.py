@@ -6,7 +6,7 @@ import pyvisa
 
 rm = pyvisa.ResourceManager()
 inst = rm.open_resource("TCPIP::127.0.0.1::%s::SOCKET" % sys.argv[1], read_termination="\n",
-                        write_termination="\n", timeout=500)
+                        write_termination="\n", timeout=1500)
 inst.query("*IDN?")
 inst.query("MEAS:VOLT?")
 inst.write("BOGUS")

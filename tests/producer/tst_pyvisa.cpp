@@ -83,8 +83,8 @@ void TestPyVisa::scriptCallsArriveAsCallAndReturnRecords()
         done + QStringLiteral("viSetAttribute(S, attribute=VI_ATTR_TERMCHAR, value=10)"),
         call + QStringLiteral("viSetAttribute(S, attribute=VI_ATTR_TERMCHAR_EN, value=1)"),
         done + QStringLiteral("viSetAttribute(S, attribute=VI_ATTR_TERMCHAR_EN, value=1)"),
-        call + QStringLiteral("viSetAttribute(S, attribute=VI_ATTR_TMO_VALUE, value=500)"),
-        done + QStringLiteral("viSetAttribute(S, attribute=VI_ATTR_TMO_VALUE, value=500)"),
+        call + QStringLiteral("viSetAttribute(S, attribute=VI_ATTR_TMO_VALUE, value=1500)"),
+        done + QStringLiteral("viSetAttribute(S, attribute=VI_ATTR_TMO_VALUE, value=1500)"),
         call + QStringLiteral("viWrite(S, \"*IDN?\\n\", 6)"),
         done + QStringLiteral("viWrite(S, \"*IDN?\\n\", 6, 6)"),
         call + QStringLiteral("viRead(S, \"\", 20480)"),
@@ -124,7 +124,7 @@ void TestPyVisa::scriptCallsArriveAsCallAndReturnRecords()
     QCOMPARE(actual.join(QLatin1Char('\n')), expected.join(QLatin1Char('\n')));
 
     // Every call is followed by its own return: same id, process and thread; the process's records
-    // are numbered without a gap; the timed-out read lasted the session's 500 ms timeout.
+    // are numbered without a gap; the timed-out read lasted the session's 1.5 s timeout.
     const std::uint32_t pid = records[0].pid;
     for (std::size_t i = 0; i < records.size(); ++i) {
         const FullEntry& e = records[i];
@@ -137,7 +137,7 @@ void TestPyVisa::scriptCallsArriveAsCallAndReturnRecords()
         }
     }
     QVERIFY(pid != static_cast<std::uint32_t>(getpid()));
-    QVERIFY(records[37].duration >= 0.5 && records[37].duration < 30);
+    QVERIFY(records[37].duration >= 1.5 && records[37].duration < 30);
 }
 
 QTEST_GUILESS_MAIN(TestPyVisa)
