@@ -79,10 +79,17 @@ DetailsPane::DetailsPane(LiveTraceModel& model, QTableView* view, QWidget* paren
 QStringList DetailsPane::rowLines(const LiveTraceModel& model, int row, QStringList* callLines,
                                   QStringList* returnLines)
 {
-    const LiveTraceModel::Entry* record = model.recordAt(row);
-    if (!record)
+    const LiveTraceModel::Row* shown = model.displayRow(row);
+    if (!shown)
         return {};
-    return RecordDetails::callLines(model.getLocalRing(), *record, callLines, returnLines);
+    QStringList lines = RecordDetails::callLines(model.getLocalRing(), *shown->entry, callLines, returnLines);
+    // A collapsed row stands for several calls; the records shown are the last one's.
+    if (shown->repeatCount > 0)
+        lines.insert(1,
+                     tr("This row stands for %1 identical calls in a row, %2 in all; below is the last.")
+                         .arg(static_cast<qulonglong>(shown->repeatCount + 1))
+                         .arg(LiveTraceModel::duration2string(shown->summedDuration)));
+    return lines;
 }
 
 void DetailsPane::refresh()
@@ -93,7 +100,9 @@ void DetailsPane::refresh()
     QStringList callLines;
     QStringList returnLines;
     const QStringList lines = rowLines(model, view->currentIndex().row(), &callLines, &returnLines);
-    summary->setText(lines.isEmpty() ? tr("Select a row to see its call whole.") : lines.first());
+    // The lines before the first blank one say what the call did.
+    summary->setText(lines.isEmpty() ? tr("Select a row to see its call whole.")
+                                     : lines.mid(0, lines.indexOf(QString())).join(QLatin1Char('\n')));
     setIfChanged(callText, callLines.join(QLatin1Char('\n')));
     setIfChanged(returnText, returnLines.join(QLatin1Char('\n')));
 }

@@ -18,20 +18,21 @@ namespace gui {
 
 namespace {
 
-// Frames the searched cells whose text matches; the row colours stay as they are.
+// Frames the searched cells whose text matches while the bar is open; the row colours stay as they are.
 class MatchDelegate : public QStyledItemDelegate
 {
 public:
-    MatchDelegate(const RowSearch& search, QObject* parent)
+    MatchDelegate(const RowSearch& search, const QWidget& bar, QObject* parent)
         : QStyledItemDelegate(parent)
         , search(search)
+        , bar(bar)
     { }
 
     void paint(QPainter* painter, const QStyleOptionViewItem& option, const QModelIndex& index) const override
     {
         QStyledItemDelegate::paint(painter, option, index);
         const int column = index.column();
-        if (!search.isActive()
+        if (!search.isActive() || !bar.isVisible()
             || (column != LiveTraceModel::AddressColumn && column != LiveTraceModel::StatusColumn
                 && column != LiveTraceModel::CommandColumn))
             return;
@@ -46,6 +47,7 @@ public:
 
 private:
     const RowSearch& search;
+    const QWidget& bar;
 };
 
 } // namespace
@@ -84,7 +86,7 @@ FindBar::FindBar(LiveTraceModel& model, QTableView* view)
     addButton(QStringLiteral("\u2193"), tr("Next match (F3)"), &FindBar::findNext);
     addButton(QStringLiteral("\u00D7"), tr("Close (Esc)"), &QWidget::hide);
 
-    view->setItemDelegate(new MatchDelegate(rowSearch, view));
+    view->setItemDelegate(new MatchDelegate(rowSearch, *this, view));
     view->installEventFilter(this);
     edit->installEventFilter(this);
     connect(edit, &QLineEdit::textChanged, this, &FindBar::patternChanged);
@@ -117,6 +119,9 @@ void FindBar::patternChanged()
 
 void FindBar::rowsChanged()
 {
+    // A closed bar keeps its text for F3 but neither counts nor marks.
+    if (isHidden())
+        return;
     if (!rowSearch.errorString().isEmpty()) {
         status->setText(rowSearch.errorString());
         if (isVisible())
@@ -198,6 +203,19 @@ bool FindBar::eventFilter(QObject* watched, QEvent* event)
         }
     }
     return QFrame::eventFilter(watched, event);
+}
+
+void FindBar::showEvent(QShowEvent* event)
+{
+    QFrame::showEvent(event);
+    rowsChanged();
+    view->viewport()->update();
+}
+
+void FindBar::hideEvent(QHideEvent* event)
+{
+    QFrame::hideEvent(event);
+    view->viewport()->update();
 }
 
 void FindBar::keyPressEvent(QKeyEvent* event)
