@@ -1,3 +1,4 @@
+#include "ModelFilters.h"
 #include "TraceProducer.h"
 #include "TraceTestSupport.h"
 
@@ -35,10 +36,10 @@ class TestZelRecord : public QObject
         return h.tracingActive != 0;
     }
 
-    void calls(int n)
+    void calls(int n, std::uint32_t pid = 4242, const char* text = "viQueryf(0x1, \"*IDN?\\n\")")
     {
         for (int i = 0; i < n; ++i, ++nextId) {
-            ZelTracer::FullEntry e = makeEntry(nextId, 4242, 0, "viQueryf(0x1, \"*IDN?\\n\")");
+            ZelTracer::FullEntry e = makeEntry(nextId, pid, 0, text);
             producer.write(e);
             e.kind = 1;
             producer.write(e);
@@ -143,6 +144,46 @@ private slots:
         QCOMPARE(error.error, QJsonParseError::NoError);
         QCOMPARE(doc.array().size(), 3);
         QCOMPARE(tracing(), onBefore);
+    }
+
+    // The record filter holds for the producers while recording and is put back at the end; the
+    // view filters of a file decide which rows are written.
+    void filters()
+    {
+        ModelFilters hideCloses;
+        SingleFilter rule;
+        rule.type = SingleFilter::ExcludeCommand;
+        rule.setValue(QStringLiteral("viClose"));
+        hideCloses.add(rule);
+        const QString filterFile = dir.filePath(QStringLiteral("hide.viewfilter"));
+        QFile f(filterFile);
+        QVERIFY(f.open(QIODevice::WriteOnly));
+        hideCloses.saveViewFilterFile(f);
+        f.close();
+        const QString file = dir.filePath(QStringLiteral("filtered.csv"));
+        QProcess p;
+        p.start(QStringLiteral(ZEL_RECORD_PATH),
+                privateNames() << QStringLiteral("-q") << QStringLiteral("--pid") << QStringLiteral("4242")
+                               << QStringLiteral("--message") << QStringLiteral("(0x1")
+                               << QStringLiteral("--view-filter") << filterFile << QStringLiteral("--count")
+                               << QStringLiteral("2") << QStringLiteral("-o") << file);
+        ZelTracer::SharedMemoryHeader h {};
+        QTRY_VERIFY_WITH_TIMEOUT((control.readSharedMemoryHeader(h), h.tracingActive && h.pidFilter == 4242), 20000);
+        QCOMPARE(QByteArray(h.messageFilter), QByteArray("(0x1"));
+        calls(1, 4242, "viClose(0x1)");
+        calls(1, 999);
+        calls(1, 4242, "viClose(0x2)");
+        calls(3);
+        QVERIFY(p.waitForFinished(20000));
+        QCOMPARE(p.exitCode(), 0);
+        const QStringList rows = lines(file).mid(1);
+        QCOMPARE(rows.size(), 2);
+        for (const QString& row : rows)
+            QVERIFY2(row.contains(QStringLiteral("\"4242\",\"4243\"")) && row.contains(QStringLiteral("*IDN?")),
+                     qPrintable(row));
+        control.readSharedMemoryHeader(h);
+        QCOMPARE(h.pidFilter, 0u);
+        QCOMPARE(QByteArray(h.messageFilter), QByteArray());
     }
 
     void wrongCommandLine_data()
