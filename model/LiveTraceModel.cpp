@@ -329,6 +329,11 @@ void LiveTraceModel::updateDisplayData()
 
         if (isHidden(slot))
             continue;
+        // With only errors shown, a call record (no status yet) is hidden like a success: its failed
+        // return stands for the whole call, as it does first in an empty table, so that repeated
+        // failures look alike and collapse.
+        if (onlyErrors && row.displayKind == ReturnKind)
+            row.displayKind = CompletedKind;
 
         row.repeatCount = 0;
         row.summedDuration = e.duration;
