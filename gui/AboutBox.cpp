@@ -2,6 +2,7 @@
 
 #include "ZelVersion.h"
 
+#include <QGridLayout>
 #include <QIcon>
 #include <QMessageBox>
 #include <QWidget>
@@ -29,6 +30,10 @@ void showAbout(QWidget* parent)
     // Drawn from the vector source at the screen's scale.
     const QIcon icon(QStringLiteral(":/icons/app/zelvisa-trace-tool.svg"));
     box.setIconPixmap(icon.pixmap(QSize(64, 64)));
+    // A message box wraps its text narrowly; the About text reads better in wider lines.
+    if (auto* grid = qobject_cast<QGridLayout*>(box.layout()))
+        grid->addItem(new QSpacerItem(box.fontMetrics().averageCharWidth() * 60, 0), grid->rowCount(), 0, 1,
+                      grid->columnCount());
     box.exec();
 }
 
