@@ -156,6 +156,10 @@ public:
     // Returns false when recording could not start; the reason has been printed.
     bool start()
     {
+        if (!control.hasLock()) {
+            fail(QStringLiteral("no calls can be recorded: %1").arg(QString::fromStdString(control.lockProblem())));
+            return false;
+        }
         ZelTracer::SharedMemoryHeader before {};
         control.readSharedMemoryHeader(before);
         previousPid = before.pidFilter;

@@ -199,19 +199,29 @@ private slots:
                                             << 1;
         QTest::newRow("unwritable output")
             << QStringList {QStringLiteral("-o"), QStringLiteral("/no/such/dir/x.csv")} << 2;
+        const std::string broken = TestNames::semaphoreName("broken");
+        QTest::newRow("segment lock unusable")
+            << QStringList {QStringLiteral("--segment-semaphore"), QString::fromStdString(broken), QStringLiteral("-o"),
+                            dir.filePath(QStringLiteral("x.csv"))}
+            << 2;
     }
-    // Refused before anything is switched on.
+    // Refused before anything is switched on; an empty semaphore file is no lock.
     void wrongCommandLine()
     {
         QFETCH(QStringList, arguments);
         QFETCH(int, exitCode);
         control.setTracingActive(false);
+        const std::string broken = TestNames::semaphoreName("broken");
+        if (arguments.contains(QString::fromStdString(broken)))
+            QFile(QStringLiteral("/dev/shm/sem.") + QString::fromStdString(broken.substr(1)))
+                .open(QIODevice::WriteOnly);
         QProcess p;
         p.start(QStringLiteral(ZEL_RECORD_PATH), privateNames() + arguments);
         QVERIFY(p.waitForFinished(20000));
         QCOMPARE(p.exitCode(), exitCode);
         QVERIFY(!p.readAllStandardError().isEmpty());
         QVERIFY(!tracing());
+        TestNames::unlinkSemaphore(broken);
     }
 };
 
