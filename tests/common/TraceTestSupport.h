@@ -5,10 +5,14 @@
 #include "TraceChannelControl.h"
 #include "TraceRecord.h"
 
+#include <signal.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <cstdio>
 #include <cstring>
+#include <fstream>
+#include <sstream>
 #include <string>
 #include <vector>
 
@@ -84,6 +88,56 @@ template<class Body> bool passesInChild(Body body)
     return WIFEXITED(status) && WEXITSTATUS(status) == 0;
 }
 
+// A process that dies holding a lock: the child runs `take`, which takes the lock and must keep
+// it (leak the object), and is killed once it has. Returns whether the child got the lock.
+template<class Take> bool killedHolding(Take take)
+{
+    int ready[2];
+    if (pipe(ready) != 0)
+        return false;
+    const pid_t child = fork();
+    if (child == 0) {
+        const char ok = take() ? 1 : 0;
+        (void)!::write(ready[1], &ok, 1);
+        pause();
+        _exit(0);
+    }
+    char ok = 0;
+    const bool reported = ::read(ready[0], &ok, 1) == 1;
+    kill(child, SIGKILL);
+    waitpid(child, nullptr, 0);
+    close(ready[0]);
+    close(ready[1]);
+    return reported && ok == 1;
+}
+
+// What this process writes to its standard error, from any thread, while `body` runs.
+template<class Body> std::string stderrOf(Body body)
+{
+    FILE* file = std::tmpfile();
+    std::fflush(stderr);
+    const int saved = dup(STDERR_FILENO);
+    dup2(fileno(file), STDERR_FILENO);
+    body();
+    std::fflush(stderr);
+    dup2(saved, STDERR_FILENO);
+    close(saved);
+    std::string text;
+    std::rewind(file);
+    for (int c; (c = std::fgetc(file)) != EOF;)
+        text += static_cast<char>(c);
+    std::fclose(file);
+    return text;
+}
+
+inline std::string fileText(std::string const& name)
+{
+    std::ifstream in(name, std::ios::binary);
+    std::ostringstream out;
+    out << in.rdbuf();
+    return out.str();
+}
+
 inline ZelTracer::FullEntry makeEntry(std::uint64_t id, std::uint32_t pid, std::uint32_t kind, const std::string& text)
 {
     ZelTracer::FullEntry e;
@@ -100,6 +154,16 @@ inline ZelTracer::FullEntry makeEntry(std::uint64_t id, std::uint32_t pid, std::
     e.status = -1073807339; // VI_ERROR_TMO
     std::strncpy(e.address, "GPIB0::22::INSTR", sizeof e.address - 1);
     std::strncpy(e.text, text.c_str(), sizeof e.text - 1);
+    return e;
+}
+
+// A call (kind 0) or return (kind 1) of one thread, successful unless a status is given.
+inline ZelTracer::FullEntry makeCall(std::uint32_t pid, std::uint32_t thread, std::uint64_t id, std::uint32_t kind,
+                                     std::string const& text, std::int32_t status = 0)
+{
+    ZelTracer::FullEntry e = makeEntry(id, pid, kind, text);
+    e.threadId = thread;
+    e.status = status;
     return e;
 }
 
