@@ -5,6 +5,8 @@
 #include "TraceChannelControl.h"
 #include "TraceRecord.h"
 
+#include <QStringList>
+
 #include <signal.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -38,6 +40,18 @@ struct PrivateSegment
     std::string semaphore;
     std::string fileSemaphore;
 };
+
+// Arguments for the traffic generator on the private segment, followed by the given extra ones.
+inline QStringList trafficArguments(PrivateSegment const& segment, const char* extra)
+{
+    return QStringList {QStringLiteral("--key"),
+                        QString::number(segment.key),
+                        QStringLiteral("--semaphore"),
+                        QString::fromStdString(segment.semaphore),
+                        QStringLiteral("--file-semaphore"),
+                        QString::fromStdString(segment.fileSemaphore)}
+    + QString::fromLatin1(extra).split(QLatin1Char(' '));
+}
 
 // Raw access to a segment, for writing what a broken or hostile producer would write.
 class RawSegment
