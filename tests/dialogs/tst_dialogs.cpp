@@ -51,40 +51,34 @@ private slots:
     void editorWritesTheShownRule_data()
     {
         QTest::addColumn<SingleFilter>("before");
-        QTest::addColumn<QString>("field");
-        QTest::addColumn<QString>("action");
-        QTest::addColumn<QString>("value");
+        // The field, the action and the value typed.
+        QTest::addColumn<QString>("edit");
         QTest::addColumn<SingleFilter>("after");
-
-        const QString tid = QStringLiteral("Tid"), pid = QStringLiteral("Pid"), highlight = QStringLiteral("Highlight"),
-                      include = QStringLiteral("Include"), exclude = QStringLiteral("Exclude");
-        QTest::newRow("thread id edited") << rule(0, 1) << tid << highlight << QStringLiteral("42") << rule(0, 42);
-        QTest::newRow("to include process") << rule(0, 1) << pid << include << QStringLiteral("7") << rule(6, 7);
-        QTest::newRow("to exclude session")
-            << rule(0, 1) << QStringLiteral("Session") << exclude << QStringLiteral("9") << rule(12, 9);
-        QTest::newRow("to highlight address") << rule(0, 1) << QStringLiteral("Address") << highlight
-                                              << QStringLiteral("TCPIP0::h::INSTR") << rule(3, 1, "TCPIP0::h::INSTR");
-        QTest::newRow("to exclude command") << rule(5, 3) << QStringLiteral("Command") << exclude
-                                            << QStringLiteral("viRead(") << rule(14, 3, "viRead(");
-        QTest::newRow("non-number keeps the old value")
-            << rule(1, 55) << pid << highlight << QStringLiteral("abc") << rule(1, 55);
-        QTest::newRow("command to process keeps the number, changes the type")
-            << rule(9, 55, "viWrite") << pid << include << QStringLiteral("viWrite") << rule(6, 55, "viWrite");
+        auto row = [](const char* name, SingleFilter before, const char* edit, SingleFilter after) {
+            QTest::newRow(name) << before << QString::fromLatin1(edit) << after;
+        };
+        row("thread id edited", rule(0, 1), "Tid Highlight 42", rule(0, 42));
+        row("to include process", rule(0, 1), "Pid Include 7", rule(6, 7));
+        row("to exclude session", rule(0, 1), "Session Exclude 9", rule(12, 9));
+        row("to highlight address", rule(0, 1), "Address Highlight TCPIP0::h::INSTR", rule(3, 1, "TCPIP0::h::INSTR"));
+        row("to exclude command", rule(5, 3), "Command Exclude viRead(", rule(14, 3, "viRead("));
+        row("non-number keeps the old value", rule(1, 55), "Pid Highlight abc", rule(1, 55));
+        row("command to process keeps the number, changes the type", rule(9, 55, "viWrite"), "Pid Include viWrite",
+            rule(6, 55, "viWrite"));
     }
 
     // The edits of the shown rule are committed when the dialog is accepted.
     void editorWritesTheShownRule()
     {
         QFETCH(SingleFilter, before);
-        QFETCH(QString, field);
-        QFETCH(QString, action);
-        QFETCH(QString, value);
+        QFETCH(QString, edit);
+        const QStringList parts = edit.split(QLatin1Char(' '));
         gui::ViewFilterDialog dialog(nullptr, rules({before}));
         child<QListWidget>(&dialog, "filterlist")->setCurrentRow(0);
         QVERIFY(child<QGroupBox>(&dialog, "groupBoxFilter")->isEnabled());
-        child<QRadioButton>(&dialog, qPrintable(QStringLiteral("radioButton") + field))->setChecked(true);
-        child<QRadioButton>(&dialog, qPrintable(QStringLiteral("radioButton") + action))->setChecked(true);
-        child<QLineEdit>(&dialog, "lineEditId")->setText(value);
+        for (int i : {0, 1})
+            child<QRadioButton>(&dialog, qPrintable(QStringLiteral("radioButton") + parts[i]))->setChecked(true);
+        child<QLineEdit>(&dialog, "lineEditId")->setText(parts[2]);
         dialog.accept();
         QCOMPARE(dialog.result(), int(QDialog::Accepted));
         QCOMPARE(dialog.viewFilters.filters.size(), 1);
@@ -98,12 +92,10 @@ private slots:
         auto* list = child<QListWidget>(&dialog, "filterlist");
         list->setCurrentRow(0);
         list->setCurrentRow(1);
-        QVERIFY(child<QRadioButton>(&dialog, "radioButtonAddress")->isChecked());
-        QVERIFY(child<QRadioButton>(&dialog, "radioButtonHighlight")->isChecked());
-        QCOMPARE(child<QLineEdit>(&dialog, "lineEditId")->text(), QStringLiteral("GPIB0::1::INSTR"));
+        QVERIFY(child<QRadioButton>(&dialog, "radioButtonAddress")->isChecked()
+                && child<QRadioButton>(&dialog, "radioButtonHighlight")->isChecked());
         dialog.accept();
-        QCOMPARE(dialog.viewFilters.filters[1].type, int(SingleFilter::HighlightAddress));
-        QCOMPARE(dialog.viewFilters.filters[0], rule(0, 1));
+        QCOMPARE(dialog.viewFilters, rules({rule(0, 1), rule(3, 0, "GPIB0::1::INSTR")}));
     }
 
     void newAndDelete()
@@ -179,16 +171,19 @@ private slots:
             dialog.move(30, 40);
         }
         QSettings settings;
-        QCOMPARE(settings.value(QStringLiteral("ViewFilterDialog/size")).toSize(), QSize(500, 400));
-        QCOMPARE(settings.value(QStringLiteral("ViewFilterDialog/pos")).toPoint(), QPoint(30, 40));
-        QCOMPARE(settings.value(QStringLiteral("ViewFilterDialog/fullscreen")).toBool(), false);
+        settings.beginGroup(QStringLiteral("ViewFilterDialog"));
+        QCOMPARE(settings.value(QStringLiteral("size")).toSize(), QSize(500, 400));
+        QCOMPARE(settings.value(QStringLiteral("pos")).toPoint(), QPoint(30, 40));
+        QVERIFY(settings.contains(QStringLiteral("fullscreen"))
+                && !settings.value(QStringLiteral("fullscreen")).toBool());
         gui::ViewFilterDialog again(nullptr, ModelFilters());
-        QCOMPARE(again.size(), QSize(500, 400));
-        QCOMPARE(again.pos(), QPoint(30, 40));
+        QVERIFY(again.size() == QSize(500, 400) && again.pos() == QPoint(30, 40));
     }
 
     void recordFilter_data()
     {
+        // What the user sets: the process box and its text, the message box and its text; then accepted or
+        // not, and the filter in force afterwards.
         QTest::addColumn<bool>("pidChecked");
         QTest::addColumn<QString>("pidText");
         QTest::addColumn<bool>("textChecked");
@@ -196,20 +191,18 @@ private slots:
         QTest::addColumn<bool>("accept");
         QTest::addColumn<uint>("pid");
         QTest::addColumn<QByteArray>("message");
-
-        const QString none;
-        QTest::newRow("process id") << true << QStringLiteral("1234") << false << none << true << 1234u << QByteArray();
-        QTest::newRow("empty id means no filter") << true << none << false << none << true << 0u << QByteArray();
-        QTest::newRow("unchecked box clears")
-            << false << QStringLiteral("1234") << false << QStringLiteral("viRead") << true << 0u << QByteArray();
-        QTest::newRow("seven digits are cut to six")
-            << true << QStringLiteral("1234567") << false << none << true << 123456u << QByteArray();
-        QTest::newRow("message text") << false << none << true << QStringLiteral("viWrite") << true << 0u
-                                      << QByteArray("viWrite");
-        QTest::newRow("both") << true << QStringLiteral("42") << true << QStringLiteral("TCPIP") << true << 42u
-                              << QByteArray("TCPIP");
-        QTest::newRow("cancel keeps the filter in force")
-            << false << none << true << QStringLiteral("x") << false << 99u << QByteArray("old");
+        auto row = [](const char* name, bool pidOn, const char* pid, bool textOn, const char* text, bool accept,
+                      uint pidAfter, const char* messageAfter) {
+            QTest::newRow(name) << pidOn << QString::fromLatin1(pid) << textOn << QString::fromLatin1(text) << accept
+                                << pidAfter << QByteArray(messageAfter);
+        };
+        row("process id", true, "1234", false, "", true, 1234, "");
+        row("empty id means no filter", true, "", false, "", true, 0, "");
+        row("unchecked box clears", false, "1234", false, "viRead", true, 0, "");
+        row("seven digits are cut to six", true, "1234567", false, "", true, 123456, "");
+        row("message text", false, "", true, "viWrite", true, 0, "viWrite");
+        row("both", true, "42", true, "TCPIP", true, 42, "TCPIP");
+        row("cancel keeps the filter in force", false, "", true, "x", false, 99, "old");
     }
 
     // The dialog opens with the filter in force and writes what was typed only when accepted.
@@ -228,8 +221,7 @@ private slots:
         auto* pidEdit = child<QComboBox>(&dialog, "comboBoxPid")->lineEdit();
         auto* textEdit = child<QLineEdit>(&dialog, "lineEditRegexFilter");
         QVERIFY(pidBox->isChecked() && textBox->isChecked());
-        QCOMPARE(pidEdit->text(), QStringLiteral("99"));
-        QCOMPARE(textEdit->text(), QStringLiteral("old"));
+        QCOMPARE(pidEdit->text() + textEdit->text(), QStringLiteral("99old"));
 
         pidBox->setChecked(pidChecked);
         pidEdit->clear();
@@ -251,8 +243,8 @@ private slots:
         {
             gui::FilterDialog dialog(nullptr, app);
             QCOMPARE(child<QComboBox>(&dialog, "comboBoxPid")->count(), 0);
-            QVERIFY(!child<QGroupBox>(&dialog, "groupBoxPid")->isChecked());
-            QVERIFY(!child<QGroupBox>(&dialog, "groupBoxRegex")->isChecked());
+            QVERIFY(!child<QGroupBox>(&dialog, "groupBoxPid")->isChecked()
+                    && !child<QGroupBox>(&dialog, "groupBoxRegex")->isChecked());
         }
         TraceProducer producer(segment().key, s_VisaSharedMemorySize, segment().semaphore, segment().fileSemaphore);
         for (std::uint32_t pid : {42u, 7u, 42u})
@@ -263,8 +255,7 @@ private slots:
         gui::FilterDialog dialog(nullptr, app);
         auto* pids = child<QComboBox>(&dialog, "comboBoxPid");
         QCOMPARE(pids->count(), 2);
-        QCOMPARE(pids->itemText(0), QStringLiteral("7"));
-        QCOMPARE(pids->itemText(1), QStringLiteral("42"));
+        QCOMPARE(pids->itemText(0) + QLatin1Char(' ') + pids->itemText(1), QStringLiteral("7 42"));
         // The edit field still shows the filter in force, not the first id of the list.
         app.getChannelControl().setPidFilter(0);
         gui::FilterDialog unfiltered(nullptr, app);
