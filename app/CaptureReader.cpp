@@ -354,7 +354,8 @@ bool CaptureReader::read(QIODevice& device, QString const& name, QDate const& da
     capture.records.clear();
     capture.note.clear();
     Parser parser(capture, day);
-    const QByteArray csvHeader = QByteArray(s_CsvHeader).trimmed();
+    QList<QByteArray> csvHeaderFields;
+    splitCsv(QByteArray(s_CsvHeader).trimmed(), csvHeaderFields);
     const QByteArray viewHeader = CaptureWriter::viewTextHeader();
     const QList<QByteArray> viewHeaderLines = viewHeader.split('\n');
     int lineNumber = 0;
@@ -391,7 +392,12 @@ bool CaptureReader::read(QIODevice& device, QString const& name, QDate const& da
 
         if (!any) {
             any = true;
-            if (line == csvHeader) {
+            // A table saved again by a spreadsheet may start with a byte order mark and quote its
+            // header differently; its header fields decide.
+            if (line.startsWith("\xEF\xBB\xBF"))
+                line.remove(0, 3);
+            QList<QByteArray> headerFields;
+            if (splitCsv(line, headerFields) && headerFields == csvHeaderFields) {
                 capture.source = Capture::CsvTable;
                 continue;
             }

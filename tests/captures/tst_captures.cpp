@@ -145,6 +145,18 @@ private slots:
         QVERIFY2(error.contains(message), qPrintable(error));
     }
 
+    // A table saved again by a spreadsheet (byte order mark, header quoted its own way) still opens.
+    void spreadsheetResaveOpens()
+    {
+        QByteArray table = golden("known.csv");
+        const int headerEnd = table.indexOf('\n');
+        const QByteArray resaved = "\xEF\xBB\xBF" + table.left(headerEnd).replace("\"", "") + table.mid(headerEnd);
+        QString error;
+        const auto records = readBack(resaved, &error);
+        QVERIFY2(!records.empty(), qPrintable(error));
+        QCOMPARE(exported(records, Format::Csv, control), table);
+    }
+
     // A count from outside costs neither memory beyond a view's worth nor the call's id order.
     void hostileCallCountIsBounded()
     {
