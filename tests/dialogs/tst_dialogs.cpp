@@ -19,16 +19,6 @@ PrivateSegment& segment()
     return s;
 }
 
-SingleFilter rule(std::int32_t type, std::uint32_t value, const char* text = "", QColor color = Qt::cyan)
-{
-    SingleFilter f;
-    f.type = type;
-    f.value = value;
-    f.text = QString::fromLatin1(text);
-    f.color = color;
-    return f;
-}
-
 } // namespace
 
 class TestDialogs : public QObject

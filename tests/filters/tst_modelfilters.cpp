@@ -7,6 +7,7 @@
 #include <limits>
 
 using ZelTracer::FullEntry;
+using F = SingleFilter;
 
 Q_DECLARE_METATYPE(ModelFilters)
 
@@ -24,15 +25,6 @@ FullEntry record(std::uint32_t pid, std::uint32_t thread, std::uint32_t session,
     return e;
 }
 
-SingleFilter rule(int type, const QString& value, QColor color = Qt::cyan)
-{
-    SingleFilter f;
-    f.type = type;
-    f.setValue(value);
-    f.color = color;
-    return f;
-}
-
 } // namespace
 
 class TestModelFilters : public QObject
@@ -43,68 +35,60 @@ private slots:
     void isFiltered_data()
     {
         QTest::addColumn<ModelFilters>("set");
-        QTest::addColumn<bool>("hiddenPid100Tid7");
-        QTest::addColumn<bool>("hiddenPid200");
-
-        using F = SingleFilter;
-        QTest::newRow("no rules") << ModelFilters() << false << false;
+        // Whether the two records are hidden: pid 100 thread 7 session 3, then pid 200 thread 8 session 4.
+        QTest::addColumn<QString>("hidden");
+        QTest::newRow("no rules") << ModelFilters() << QStringLiteral("00");
         QTest::newRow("only highlights hide nothing")
-            << rules({rule(F::HighlightProcess, QStringLiteral("100"))}) << false << false;
+            << rules({rule(F::HighlightProcess, 100)}) << QStringLiteral("00");
         QTest::newRow("include beats exclude")
-            << rules({rule(F::IncludeProcess, QStringLiteral("100")), rule(F::ExcludeThread, QStringLiteral("7"))})
-            << false << true;
-        QTest::newRow("exclude alone") << rules({rule(F::ExcludeThread, QStringLiteral("7"))}) << true << false;
+            << rules({rule(F::IncludeProcess, 100), rule(F::ExcludeThread, 7)}) << QStringLiteral("01");
+        QTest::newRow("exclude alone") << rules({rule(F::ExcludeThread, 7)}) << QStringLiteral("10");
         QTest::newRow("exclude command is a case-insensitive substring")
-            << rules({rule(F::ExcludeCommand, QStringLiteral("viRead"))}) << true << false;
-        QTest::newRow("empty include command shows all")
-            << rules({rule(F::IncludeCommand, QString())}) << false << false;
+            << rules({rule(F::ExcludeCommand, 0, "viRead")}) << QStringLiteral("10");
+        QTest::newRow("empty include command shows all") << rules({rule(F::IncludeCommand, 0)}) << QStringLiteral("00");
         QTest::newRow("address must match whole")
-            << rules({rule(F::IncludeAddress, QStringLiteral("TCPIP::1"))}) << true << true;
+            << rules({rule(F::IncludeAddress, 0, "TCPIP::1")}) << QStringLiteral("11");
         QTest::newRow("address is case-sensitive")
-            << rules({rule(F::IncludeAddress, QStringLiteral("tcpip::1::INSTR"))}) << true << true;
-        QTest::newRow("exact address") << rules({rule(F::ExcludeAddress, QStringLiteral("TCPIP::1::INSTR"))}) << true
-                                       << false;
-        QTest::newRow("session") << rules({rule(F::IncludeSession, QStringLiteral("3"))}) << false << true;
+            << rules({rule(F::IncludeAddress, 0, "tcpip::1::INSTR")}) << QStringLiteral("11");
+        QTest::newRow("exact address") << rules({rule(F::ExcludeAddress, 0, "TCPIP::1::INSTR")})
+                                       << QStringLiteral("10");
+        QTest::newRow("address, not command")
+            << rules({rule(F::ExcludeAddress, 0, "x = VIREAD(5)")}) << QStringLiteral("00");
+        QTest::newRow("session") << rules({rule(F::IncludeSession, 3)}) << QStringLiteral("01");
         QTest::newRow("type outside the range matches nothing")
-            << rules({rule(15, QStringLiteral("7")), rule(-1, QStringLiteral("7"))}) << false << false;
+            << rules({rule(15, 7), rule(-1, 7)}) << QStringLiteral("00");
         QTest::newRow("the most negative type, as a file may hold")
-            << rules({rule(std::numeric_limits<std::int32_t>::min(), QStringLiteral("7"))}) << false << false;
+            << rules({rule(std::numeric_limits<std::int32_t>::min(), 7)}) << QStringLiteral("00");
     }
 
     void isFiltered()
     {
         QFETCH(ModelFilters, set);
-        QFETCH(bool, hiddenPid100Tid7);
-        QFETCH(bool, hiddenPid200);
-
-        QCOMPARE(set.isFiltered(record(100, 7, 3, "TCPIP::1::INSTR", "x = VIREAD(5)")), hiddenPid100Tid7);
-        QCOMPARE(set.isFiltered(record(200, 8, 4, "GPIB0::1::INSTR", "viWrite")), hiddenPid200);
+        const QString hidden = QString::number(set.isFiltered(record(100, 7, 3, "TCPIP::1::INSTR", "x = VIREAD(5)")))
+            + QString::number(set.isFiltered(record(200, 8, 4, "GPIB0::1::INSTR", "viWrite")));
+        QTEST(hidden, "hidden");
     }
 
     void firstMatchingHighlightWins()
     {
-        using F = SingleFilter;
-        const ModelFilters set = rules({rule(F::ExcludeThread, QStringLiteral("7"), Qt::black),
-                                        rule(F::HighlightCommand, QStringLiteral("idn"), Qt::red),
-                                        rule(F::HighlightThread, QStringLiteral("7"), Qt::green)});
-        QColor color;
-        QVERIFY(set.isHighlighted(record(1, 7, 0, "", "*IDN?"), &color));
-        QCOMPARE(color, QColor(Qt::red));
-        QVERIFY(set.isHighlighted(record(1, 7, 0, "", "*RST"), &color));
-        QCOMPARE(color, QColor(Qt::green));
-        color = Qt::blue;
-        QVERIFY(!set.isHighlighted(record(1, 8, 0, "", "*RST"), &color));
-        QCOMPARE(color, QColor(Qt::blue));
-        QVERIFY(set.isHighlighted(record(1, 7, 0, "", ""), nullptr));
+        const ModelFilters set
+            = rules({rule(F::ExcludeThread, 7, "", Qt::black), rule(F::HighlightCommand, 0, "idn", Qt::red),
+                     rule(F::HighlightThread, 7, "", Qt::green)});
+        // The colour of each record, or the one passed in when it is not highlighted.
+        auto colour = [&set](std::uint32_t thread, const char* text) {
+            QColor color = Qt::blue;
+            set.isHighlighted(record(1, thread, 0, "", text), &color);
+            return color.name();
+        };
+        QCOMPARE(colour(7, "*IDN?") + colour(7, "*RST") + colour(8, "*RST"), QStringLiteral("#ff0000#00ff00#0000ff"));
+        QVERIFY(set.isHighlighted(record(1, 7, 0, "", ""), nullptr)
+                && !set.isHighlighted(record(1, 8, 0, "", ""), nullptr));
     }
 
     void eraseOfLastIncludeRestoresExcludes()
     {
-        using F = SingleFilter;
-        ModelFilters set
-            = rules({rule(F::ExcludeThread, QStringLiteral("7")), rule(F::IncludeProcess, QStringLiteral("1"))});
-        QVERIFY(set.showOnly);
-        QVERIFY(!set.isFiltered(record(1, 7, 0, "", "")));
+        ModelFilters set = rules({rule(F::ExcludeThread, 7), rule(F::IncludeProcess, 1)});
+        QVERIFY(set.showOnly && !set.isFiltered(record(1, 7, 0, "", "")));
         QVERIFY(!set.erase(1));
         QVERIFY(set.isFiltered(record(1, 7, 0, "", "")));
         set.clear();
@@ -117,63 +101,51 @@ private slots:
         QTest::addColumn<QString>("input");
         QTest::addColumn<QString>("value");
         QTest::addColumn<QByteArray>("description");
-
-        QTest::newRow("number") << 0 << QStringLiteral("12") << QStringLiteral("12")
-                                << QByteArray("Highlight thread id 12");
-        QTest::newRow("minus one wraps") << 0 << QStringLiteral("-1") << QStringLiteral("4294967295")
-                                         << QByteArray("Highlight thread id 4294967295");
-        QTest::newRow("trailing letters keep the old value")
-            << 6 << QStringLiteral("12abc") << QStringLiteral("0") << QByteArray("Include process id 0");
-        QTest::newRow("beyond signed range keeps the old value")
-            << 12 << QStringLiteral("4294967295") << QStringLiteral("0") << QByteArray("Exclude session id 0");
-        QTest::newRow("address text unchanged")
-            << 13 << QStringLiteral(" a b ") << QStringLiteral(" a b ") << QByteArray("Exclude address \" a b \"");
-        QTest::newRow("command text in UTF-8") << 9 << QString::fromUtf8("\xC2\xB5s") << QString::fromUtf8("\xC2\xB5s")
-                                               << QByteArray("Include command \"\xC2\xB5s\"");
-        QTest::newRow("unknown type") << 15 << QStringLiteral("5") << QString() << QByteArray();
+        auto row = [](const char* name, int type, QString input, QString value, const char* description) {
+            QTest::newRow(name) << type << input << value << QByteArray(description);
+        };
+        row("number", 0, QStringLiteral("12"), QStringLiteral("12"), "Highlight thread id 12");
+        row("minus one wraps", 0, QStringLiteral("-1"), QStringLiteral("4294967295"), "Highlight thread id 4294967295");
+        row("trailing letters keep the old value", 6, QStringLiteral("12abc"), QStringLiteral("0"),
+            "Include process id 0");
+        row("beyond signed range keeps the old value", 12, QStringLiteral("4294967295"), QStringLiteral("0"),
+            "Exclude session id 0");
+        row("address text unchanged", 13, QStringLiteral(" a b "), QStringLiteral(" a b "),
+            "Exclude address \" a b \"");
+        const QString micro = QString::fromUtf8("\xC2\xB5s");
+        row("command text in UTF-8", 9, micro, micro, "Include command \"\xC2\xB5s\"");
+        row("unknown type", 15, QStringLiteral("5"), QString(), "");
     }
 
     void valueTexts()
     {
         QFETCH(int, type);
         QFETCH(QString, input);
-        QFETCH(QString, value);
-        QFETCH(QByteArray, description);
-
         SingleFilter f;
         f.type = type;
         f.setValue(input);
-        QCOMPARE(f.getValue(), value);
-        QCOMPARE(QByteArray::fromStdString(f.toString()), description);
+        QTEST(f.getValue(), "value");
+        QTEST(QByteArray::fromStdString(f.toString()), "description");
     }
 
     void fileBytes()
     {
-        ModelFilters set;
-        SingleFilter process = rule(SingleFilter::HighlightProcess, QStringLiteral("42"), Qt::red);
-        process.text = QStringLiteral("ab");
-        set.add(process);
-        SingleFilter includeAll;
-        includeAll.type = SingleFilter::IncludeCommand;
-        includeAll.value = 77;
-        set.add(includeAll);
-        SingleFilter nullText;
+        SingleFilter process = rule(F::HighlightProcess, 42, "ab", Qt::red);
+        SingleFilter nullText = rule(0, 0, "", QColor(1, 2, 3, 4));
         nullText.text = QString();
-        nullText.color = QColor(1, 2, 3, 4);
-        set.add(nullText);
-
+        const ModelFilters set = rules({process, rule(F::IncludeCommand, 77), nullText});
         QBuffer buffer;
         buffer.open(QIODevice::WriteOnly);
         set.saveViewFilterFile(buffer);
         // Magic, version, count; per rule: value, text (byte length, UTF-16), type, colour (a byte, 1 for RGB;
         // then alpha, red, green, blue and padding, 16 bits each); then the show-only flag.
         // clang-format off
-    const QByteArray expected = QByteArray::fromHex(
-        "2906FAB1" "00000001" "00000003"
-        "0000002A" "00000004" "00610062" "00000001" "01" "FFFF" "FFFF" "0000" "0000" "0000"  // process 42, "ab"
-        "0000004D" "00000000" "00000009" "01" "FFFF" "0000" "FFFF" "FFFF" "0000"  // include command "", cyan
-        "00000000" "FFFFFFFF" "00000000" "01" "0404" "0101" "0202" "0303" "0000"  // a null text, alpha 4
-        "01");
+        const QByteArray expected = QByteArray::fromHex(
+            "2906FAB1" "00000001" "00000003"
+            "0000002A" "00000004" "00610062" "00000001" "01" "FFFF" "FFFF" "0000" "0000" "0000"  // process 42, "ab"
+            "0000004D" "00000000" "00000009" "01" "FFFF" "0000" "FFFF" "FFFF" "0000"  // include command "", cyan
+            "00000000" "FFFFFFFF" "00000000" "01" "0404" "0101" "0202" "0303" "0000"  // a null text, alpha 4
+            "01");
         // clang-format on
         QCOMPARE(buffer.data().toHex(), expected.toHex());
 
@@ -212,19 +184,16 @@ private slots:
     void damagedFiles()
     {
         QFETCH(QByteArray, bytes);
-        QFETCH(bool, loaded);
         QFETCH(int, rules);
-        QFETCH(bool, showOnly);
-
         // The set holds one rule before loading, so that a refused file visibly leaves it alone.
         ModelFilters set;
         set.add(SingleFilter());
         QBuffer buffer(&bytes);
         buffer.open(QIODevice::ReadOnly);
-        QCOMPARE(set.loadViewFilterFile(buffer), loaded);
+        QTEST(set.loadViewFilterFile(buffer), "loaded");
         QCOMPARE(set.filters.size(), rules);
-        QCOMPARE(set.showOnly, showOnly);
-        if (loaded && rules > 0 && bytes.size() > 40)
+        QTEST(set.showOnly, "showOnly");
+        if (set.filters.size() > 0 && bytes.size() > 40)
             QCOMPARE(set.filters.first().type, 6);
     }
 };
