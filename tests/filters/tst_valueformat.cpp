@@ -60,21 +60,12 @@ private slots:
         }
     }
 
-    void unknownStatus_data()
-    {
-        QTest::addColumn<quint32>("code");
-        QTest::newRow("between two warnings") << 0x3FFF0001u;
-        QTest::newRow("below the first error") << 0xBFFEFFFFu;
-        QTest::newRow("above the last error") << 0xBFFF00A7u;
-        QTest::newRow("a newer standard code") << 0xBFFF00AAu;
-        QTest::newRow("minus one") << 0xFFFFFFFFu;
-        QTest::newRow("one") << 1u;
-    }
-
+    // Between two warnings, below the first and above the last error, a newer standard code, -1, 1.
     void unknownStatus()
     {
-        QFETCH(quint32, code);
-        QCOMPARE(status2string(static_cast<int>(code)), QStringLiteral("Unknown Status"));
+        for (quint32 code : {0x3FFF0001u, 0xBFFEFFFFu, 0xBFFF00A7u, 0xBFFF00AAu, 0xFFFFFFFFu, 1u})
+            QVERIFY2(status2string(static_cast<int>(code)) == QLatin1String("Unknown Status"),
+                     qPrintable(QString::number(code, 16)));
     }
 
     void duration_data()
@@ -94,8 +85,7 @@ private slots:
     void duration()
     {
         QFETCH(double, seconds);
-        QFETCH(QString, text);
-        QCOMPARE(duration2string(seconds), text);
+        QTEST(duration2string(seconds), "text");
     }
 
     void timestamp_data()
@@ -114,9 +104,7 @@ private slots:
     {
         QFETCH(qint64, seconds);
         QFETCH(double, fraction);
-        QFETCH(QString, text);
-        const long s = static_cast<long>(seconds);
-        QCOMPARE(timestamp2string(s, fraction), text);
+        QTEST(timestamp2string(static_cast<long>(seconds), fraction), "text");
     }
 
     void filterStrings_data()
@@ -152,8 +140,7 @@ private slots:
     void filterStrings()
     {
         QFETCH(QString, command);
-        QFETCH(QString, filtered);
-        QCOMPARE(ValueFormat::filterStrings(command), filtered);
+        QTEST(ValueFormat::filterStrings(command), "filtered");
     }
 };
 

@@ -69,22 +69,19 @@ void TestProducer::recordThatDoesNotFitIsDroppedWhole()
     // Three slots are needed, three are free, but one slot must always stay free.
     QVERIFY(producer.write(makeEntry(2, 100, 0, std::string(200, 'b'))) == TraceProducer::Outcome::Dropped);
     QVERIFY(producer.write(makeEntry(3, 100, 0, std::string(100, 'c'))) == TraceProducer::Outcome::Written);
-    QCOMPARE(producer.getWritten(), std::uint64_t(2));
-    QCOMPARE(producer.getDropped(), std::uint64_t(1));
-
+    QVERIFY(producer.getWritten() == 2 && producer.getDropped() == 1);
     control.copySharedMemory(true);
-    const std::vector<FullEntry> records = walk(control);
-    QCOMPARE(records.size(), std::size_t(2));
-    QCOMPARE(std::string(records[0].text), std::string(500, 'a'));
-    QCOMPARE(std::string(records[1].text), std::string(100, 'c'));
+    std::string texts;
+    for (const FullEntry& e : walk(control))
+        texts += std::string(e.text) + '|';
+    QVERIFY(texts == std::string(500, 'a') + '|' + std::string(100, 'c') + '|');
 }
 
 void TestProducer::appendsToTheHeadersLogFile()
 {
     PrivateSegment segment(32);
     QTemporaryDir dir;
-    const std::string first = dir.filePath(QStringLiteral("a.log")).toStdString();
-    const std::string second = dir.filePath(QStringLiteral("b.log")).toStdString();
+    const std::string first = dir.path().toStdString() + "/a.log", second = dir.path().toStdString() + "/b.log";
     TraceChannelControl control(segment.key, s_VisaSharedMemorySize, segment.semaphore);
     TraceProducer producer(segment.key, s_VisaSharedMemorySize, segment.semaphore, segment.fileSemaphore);
     producer.getFile().setFreeSpaceQuery([](std::string const&) { return 1e6; });
@@ -96,17 +93,11 @@ void TestProducer::appendsToTheHeadersLogFile()
     control.settracingToFileActive(false);
     producer.write(makeEntry(3, 100, 0, "three"));
 
-    auto lines = [](const std::string& name) {
-        QFile f(QString::fromStdString(name));
-        f.open(QIODevice::ReadOnly);
-        return QString::fromLatin1(f.readAll()).split(QLatin1Char('\n'), Qt::SkipEmptyParts);
-    };
-    const QStringList a = lines(first);
-    const QStringList b = lines(second);
-    QCOMPARE(a.size(), 5); // the tool's four header lines, then the record
-    QVERIFY(a.last().startsWith(QLatin1String("1\t")) && a.last().endsWith(QLatin1String("\"one\"")));
-    QCOMPARE(b.size(), 5);
-    QVERIFY(b.last().endsWith(QLatin1String("\"two\"")));
+    // Each file: the tool's four header lines, then the record.
+    const QByteArrayList a = QByteArray::fromStdString(fileText(first)).split('\n');
+    const QByteArrayList b = QByteArray::fromStdString(fileText(second)).split('\n');
+    QVERIFY(a.size() == 6 && a[4].startsWith("1\t") && a[4].endsWith("\"one\"") && a[5].isEmpty());
+    QVERIFY(b.size() == 6 && b[4].startsWith("2\t") && b[4].endsWith("\"two\""));
 }
 
 void TestProducer::trafficGeneratorDeliversWhatItReports()
@@ -115,12 +106,7 @@ void TestProducer::trafficGeneratorDeliversWhatItReports()
     LosslessReader reader(segment);
     QProcess generator;
     generator.start(QStringLiteral(ZEL_TRAFFIC_PATH),
-                    {QStringLiteral("--key"), QString::number(segment.key), QStringLiteral("--semaphore"),
-                     QString::fromStdString(segment.semaphore), QStringLiteral("--file-semaphore"),
-                     QString::fromStdString(segment.fileSemaphore), QStringLiteral("--enable"),
-                     QStringLiteral("--processes"), QStringLiteral("2"), QStringLiteral("--threads"),
-                     QStringLiteral("2"), QStringLiteral("--count"), QStringLiteral("500"), QStringLiteral("--rate"),
-                     QStringLiteral("5000"), QStringLiteral("--quiet")});
+                    trafficArguments(segment, "--enable --processes 2 --threads 2 --count 500 --rate 5000 --quiet"));
     QVERIFY(generator.waitForStarted());
 
     std::set<std::pair<std::uint32_t, std::pair<std::uint64_t, std::uint32_t>>> records;
