@@ -69,58 +69,42 @@ void TestPyVisa::scriptCallsArriveAsCallAndReturnRecords()
         actual << QString::number(e.kind) + QLatin1Char(' ') + QString::number(e.status) + QLatin1Char(' ')
                 + normal(e.address) + QLatin1Char(' ') + normal(e.text);
     }
-    const QString call = QStringLiteral("0 0 ADDR0 ");
-    const QString done = QStringLiteral("1 0 ADDR0 ");
+    // A call and its return on the instrument session; `both` when the return shows the same text.
+    const QString call = QStringLiteral("0 0 ADDR0 "), done = QStringLiteral("1 0 ADDR0 ");
     const QString answered = QStringLiteral("1 1073676293 ADDR0 "); // VI_SUCCESS_TERM_CHAR
-    const QStringList expected = {
-        QStringLiteral("0 0  viOpenDefaultRM()"),
-        QStringLiteral("1 0  viOpenDefaultRM(RM)"),
-        QStringLiteral("0 0 ADDR viParseRsrcEx(RM, \"ADDR\")"),
-        QStringLiteral("1 0 ADDR viParseRsrcEx(RM, \"ADDR\", {6, 0, \"SOCKET\", \"ADDR0\", NULL})"),
-        call + QStringLiteral("viOpen(RM, \"ADDR0\", 0, 0)"),
-        done + QStringLiteral("viOpen(RM, \"ADDR0\", 0, 0, S)"),
-        call + QStringLiteral("viSetAttribute(S, attribute=VI_ATTR_TERMCHAR, value=10)"),
-        done + QStringLiteral("viSetAttribute(S, attribute=VI_ATTR_TERMCHAR, value=10)"),
-        call + QStringLiteral("viSetAttribute(S, attribute=VI_ATTR_TERMCHAR_EN, value=1)"),
-        done + QStringLiteral("viSetAttribute(S, attribute=VI_ATTR_TERMCHAR_EN, value=1)"),
-        call + QStringLiteral("viSetAttribute(S, attribute=VI_ATTR_TMO_VALUE, value=1500)"),
-        done + QStringLiteral("viSetAttribute(S, attribute=VI_ATTR_TMO_VALUE, value=1500)"),
-        call + QStringLiteral("viWrite(S, \"*IDN?\\n\", 6)"),
-        done + QStringLiteral("viWrite(S, \"*IDN?\\n\", 6, 6)"),
-        call + QStringLiteral("viRead(S, \"\", 20480)"),
-        answered + QStringLiteral("viRead(S, \"Zelbrook,ZSIM-100,000001,1.0\\n\", 20480, 29)"),
-        call + QStringLiteral("viWrite(S, \"MEAS:VOLT?\\n\", 11)"),
-        done + QStringLiteral("viWrite(S, \"MEAS:VOLT?\\n\", 11, 11)"),
-        call + QStringLiteral("viRead(S, \"\", 20480)"),
-        answered + QStringLiteral("viRead(S, \"+1.000000E+00\\n\", 20480, 14)"),
-        call + QStringLiteral("viWrite(S, \"BOGUS\\n\", 6)"),
-        done + QStringLiteral("viWrite(S, \"BOGUS\\n\", 6, 6)"),
-        call + QStringLiteral("viWrite(S, \"SYST:ERR?\\n\", 10)"),
-        done + QStringLiteral("viWrite(S, \"SYST:ERR?\\n\", 10, 10)"),
-        call + QStringLiteral("viRead(S, \"\", 20480)"),
-        answered + QStringLiteral("viRead(S, \"-113,\\\"Undefined header\\\"\\n\", 20480, 24)"),
-        call + QStringLiteral("viWrite(S, \"TRAC:DATA?\\n\", 11)"),
-        done + QStringLiteral("viWrite(S, \"TRAC:DATA?\\n\", 11, 11)"),
-        // The block holds a line feed: the first read stops there, the rest of the block follows.
-        call + QStringLiteral("viRead(S, \"\", 20480)"),
-        answered + QStringLiteral("viRead(S, \"#216\\x00\\x01\\x02\\x03\\x04\\x05\\x06\\x07\\x08\\t\\n\", 20480, 15)"),
-        call + QStringLiteral("viRead(S, \"\", 6)"),
-        answered + QStringLiteral("viRead(S, \"\\x0b\\x0c\\r\\x0e\\x0f\\n\", 6, 6)"),
-        call + QStringLiteral("viWrite(S, \"SIM:SILENT ON\\n\", 14)"),
-        done + QStringLiteral("viWrite(S, \"SIM:SILENT ON\\n\", 14, 14)"),
-        call + QStringLiteral("viWrite(S, \"*IDN?\\n\", 6)"),
-        done + QStringLiteral("viWrite(S, \"*IDN?\\n\", 6, 6)"),
-        call + QStringLiteral("viRead(S, \"\", 20480)"),
-        QStringLiteral("1 -1073807339 ADDR0 viRead(S, \"\", 20480, 0)"), // VI_ERROR_TMO
-        call + QStringLiteral("viDisableEvent(S, 1073709055, 65535)"),
-        done + QStringLiteral("viDisableEvent(S, 1073709055, 65535)"),
-        call + QStringLiteral("viDiscardEvents(S, 1073709055, 65535)"),
-        done + QStringLiteral("viDiscardEvents(S, 1073709055, 65535)"),
-        call + QStringLiteral("viClose(S)"),
-        done + QStringLiteral("viClose(S)"),
-        QStringLiteral("0 0  viClose(RM)"),
-        QStringLiteral("1 0  viClose(RM)"),
+    auto both = [&](const char* text) { return QStringList {call + QLatin1String(text), done + QLatin1String(text)}; };
+    auto io = [&](const char* command, int length) {
+        const QString written = QStringLiteral("viWrite(S, \"%1\\n\", %2").arg(QLatin1String(command)).arg(length);
+        return QStringList {call + written + QLatin1Char(')'), done + written + QStringLiteral(", %1)").arg(length)};
     };
+    const QString read = call + QStringLiteral("viRead(S, \"\", 20480)");
+    const QStringList expected
+        = QStringList {QStringLiteral("0 0  viOpenDefaultRM()"),
+                       QStringLiteral("1 0  viOpenDefaultRM(RM)"),
+                       QStringLiteral("0 0 ADDR viParseRsrcEx(RM, \"ADDR\")"),
+                       QStringLiteral("1 0 ADDR viParseRsrcEx(RM, \"ADDR\", {6, 0, \"SOCKET\", \"ADDR0\", NULL})"),
+                       call + QStringLiteral("viOpen(RM, \"ADDR0\", 0, 0)"),
+                       done + QStringLiteral("viOpen(RM, \"ADDR0\", 0, 0, S)")}
+        + both("viSetAttribute(S, attribute=VI_ATTR_TERMCHAR, value=10)")
+        + both("viSetAttribute(S, attribute=VI_ATTR_TERMCHAR_EN, value=1)")
+        + both("viSetAttribute(S, attribute=VI_ATTR_TMO_VALUE, value=1500)") + io("*IDN?", 6)
+        + QStringList {read, answered + QStringLiteral("viRead(S, \"Zelbrook,ZSIM-100,000001,1.0\\n\", 20480, 29)")}
+        + io("MEAS:VOLT?", 11)
+        + QStringList {read, answered + QStringLiteral("viRead(S, \"+1.000000E+00\\n\", 20480, 14)")} + io("BOGUS", 6)
+        + io("SYST:ERR?", 10)
+        + QStringList {read, answered + QStringLiteral("viRead(S, \"-113,\\\"Undefined header\\\"\\n\", 20480, 24)")}
+        + io("TRAC:DATA?", 11)
+        // The block holds a line feed: the first read stops there, the rest of the block follows.
+        + QStringList {read,
+                       answered
+                           + QStringLiteral(
+                               "viRead(S, \"#216\\x00\\x01\\x02\\x03\\x04\\x05\\x06\\x07\\x08\\t\\n\", 20480, 15)"),
+                       call + QStringLiteral("viRead(S, \"\", 6)"),
+                       answered + QStringLiteral("viRead(S, \"\\x0b\\x0c\\r\\x0e\\x0f\\n\", 6, 6)")}
+        + io("SIM:SILENT ON", 14) + io("*IDN?", 6)
+        + QStringList {read, QStringLiteral("1 -1073807339 ADDR0 viRead(S, \"\", 20480, 0)")} // VI_ERROR_TMO
+        + both("viDisableEvent(S, 1073709055, 65535)") + both("viDiscardEvents(S, 1073709055, 65535)")
+        + both("viClose(S)") + QStringList {QStringLiteral("0 0  viClose(RM)"), QStringLiteral("1 0  viClose(RM)")};
     QCOMPARE(actual.join(QLatin1Char('\n')), expected.join(QLatin1Char('\n')));
 
     // Every call is followed by its own return: same id, process and thread; the process's records
