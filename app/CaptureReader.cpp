@@ -110,14 +110,19 @@ bool splitCsv(QByteArray const& text, QList<QByteArray>& fields)
 class Parser
 {
 public:
-    Parser(Capture& capture, QDate day)
+    Parser(Capture& capture, QDate day, std::optional<std::uint64_t> from)
         : capture(capture)
+        , from(from)
         , day(day)
     { }
 
     void push(FullEntry const& e)
     {
-        ++total;
+        const std::uint64_t index = total++;
+        if (capture.firstError < 0 && e.status < 0 && e.kind != 0)
+            capture.firstError = static_cast<std::int64_t>(index);
+        if (from && (index < *from || index - *from >= CaptureReader::s_MaxRecords))
+            return;
         kept.push_back(e);
         if (kept.size() > CaptureReader::s_MaxRecords)
             kept.pop_front();
@@ -127,10 +132,13 @@ public:
     {
         capture.records.assign(kept.begin(), kept.end());
         kept.clear();
+        capture.total = total;
+        capture.first = from ? std::min(*from, total) : total - capture.records.size();
         if (total > capture.records.size())
-            capture.note = QStringLiteral("The capture holds %1 records; the newest %2 are shown.")
-                               .arg(total)
-                               .arg(capture.records.size());
+            capture.note = QStringLiteral("records %1 to %2 of %3")
+                               .arg(capture.first + 1)
+                               .arg(capture.first + capture.records.size())
+                               .arg(total);
     }
 
     QString csvRow(QByteArray const& line)
@@ -315,6 +323,9 @@ private:
     {
         const auto key = std::make_tuple(e.pid, e.threadId, static_cast<qulonglong>(e.id));
         if (e.kind == 0) {
+            // Calls that never return must not grow the set without end.
+            if (openCalls.size() >= CaptureReader::s_MaxRecords)
+                openCalls.clear();
             openCalls.insert(key);
         } else if (e.kind == 1 && openCalls.erase(key) == 0) {
             FullEntry call = e;
@@ -327,6 +338,7 @@ private:
     }
 
     Capture& capture;
+    std::optional<std::uint64_t> from;
     std::deque<FullEntry> kept;
     std::uint64_t total = 0;
     std::uint64_t expansionBudget = 10 * CaptureReader::s_MaxRecords;
@@ -337,7 +349,7 @@ private:
 
 } // namespace
 
-bool CaptureReader::read(QString const& fileName, Capture& capture, QString& error)
+bool CaptureReader::read(QString const& fileName, Capture& capture, QString& error, std::optional<std::uint64_t> from)
 {
     QFile file(fileName);
     if (!file.open(QIODevice::ReadOnly)) {
@@ -346,14 +358,14 @@ bool CaptureReader::read(QString const& fileName, Capture& capture, QString& err
     }
     QFileInfo info(fileName);
     const QDate day = info.lastModified().isValid() ? info.lastModified().date() : QDate::currentDate();
-    return read(file, info.fileName(), day, capture, error);
+    return read(file, info.fileName(), day, capture, error, from);
 }
 
-bool CaptureReader::read(QIODevice& device, QString const& name, QDate const& day, Capture& capture, QString& error)
+bool CaptureReader::read(QIODevice& device, QString const& name, QDate const& day, Capture& capture, QString& error,
+                         std::optional<std::uint64_t> from)
 {
-    capture.records.clear();
-    capture.note.clear();
-    Parser parser(capture, day);
+    capture = Capture();
+    Parser parser(capture, day, from);
     QList<QByteArray> csvHeaderFields;
     splitCsv(QByteArray(s_CsvHeader).trimmed(), csvHeaderFields);
     const QByteArray viewHeader = CaptureWriter::viewTextHeader();

@@ -7,6 +7,8 @@
 #include <QString>
 
 #include <cstddef>
+#include <cstdint>
+#include <optional>
 #include <vector>
 
 class QIODevice;
@@ -27,6 +29,11 @@ struct Capture
     std::vector<ZelTracer::FullEntry> records;
     // Set when not everything could be taken, for the user to read.
     QString note;
+    // Where records stand in the whole file: a capture longer than a view is shown a part at a time.
+    std::uint64_t total = 0;
+    std::uint64_t first = 0;
+    // The first failed call (a record with a negative status that is not a call record), or -1.
+    std::int64_t firstError = -1;
 };
 
 // Reads an exported table (CSV), a saved view or a trace log written by the traced processes back
@@ -41,10 +48,13 @@ public:
     // As many as a view shows; of a longer capture the newest are kept, as the live view keeps them.
     static constexpr std::size_t s_MaxRecords = LiveTraceModel::s_MaxCaptureRecords;
 
-    static bool read(QString const& fileName, Capture& capture, QString& error);
+    // Without from, the newest records are kept; with it, s_MaxRecords records from that index on.
+    static bool read(QString const& fileName, Capture& capture, QString& error,
+                     std::optional<std::uint64_t> from = std::nullopt);
     // A saved view carries times without a date; they are placed on day, going on to the next day
     // when the time jumps back by more than half a day.
-    static bool read(QIODevice& device, QString const& name, QDate const& day, Capture& capture, QString& error);
+    static bool read(QIODevice& device, QString const& name, QDate const& day, Capture& capture, QString& error,
+                     std::optional<std::uint64_t> from = std::nullopt);
 };
 
 } // namespace capture

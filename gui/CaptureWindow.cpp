@@ -46,6 +46,9 @@ CaptureWindow::CaptureWindow(TraceApplication& app, QString const& fileName, cap
     , captureModel(nullptr, app.getChannelControl(), app.getEndpoints().sharedRingName)
     , fileName(fileName)
     , note(capture.note)
+    , total(capture.total)
+    , first(capture.first)
+    , firstError(capture.firstError)
     , view(new QTableView(this))
 {
     setWindowTitle(tr("%1 - ZelVisa Trace Tool capture").arg(QFileInfo(fileName).fileName()));
@@ -121,6 +124,17 @@ void CaptureWindow::setupMenus()
     QMenu* file = menuBar()->addMenu(tr("&File"));
     file->addAction(tr("&Export view..."), this, [this] { askAndExport(this, captureModel); });
     file->addSeparator();
+    const std::uint64_t part = capture::CaptureReader::s_MaxRecords;
+    partActions << file->addAction(tr("E&arlier records"), this, [this, part] {
+        showPart(first > part ? first - part : 0);
+    }) << file->addAction(tr("&Later records"), this, [this, part] {
+        showPart(std::min(first + part, total > part ? total - part : 0));
+    }) << file->addAction(tr("Part with the first &failed call"), this, [this, part] {
+        showPart(static_cast<std::uint64_t>(std::max<std::int64_t>(0, firstError - part / 2)), true);
+    });
+    partActions[0]->setShortcut(QKeySequence(Qt::ALT + Qt::Key_PageUp));
+    partActions[1]->setShortcut(QKeySequence(Qt::ALT + Qt::Key_PageDown));
+    file->addSeparator();
     QAction* close = file->addAction(tr("&Close"), this, &QWidget::close);
     close->setShortcut(QKeySequence::Close);
 
@@ -159,8 +173,36 @@ void CaptureWindow::setupMenus()
     analysis->addAction(statistics->toggleViewAction());
 }
 
+bool CaptureWindow::showPart(std::uint64_t from, bool toFirstError)
+{
+    capture::Capture capture;
+    QString error;
+    if (!capture::CaptureReader::read(fileName, capture, error, from)) {
+        QMessageBox::warning(this, tr("Open capture"), error);
+        return false;
+    }
+    total = capture.total;
+    first = capture.first;
+    firstError = capture.firstError;
+    note = capture.note;
+    captureModel.loadRecords(capture.records);
+    updateStatus();
+    for (int row = 0; toFirstError && row < captureModel.rowCount(); ++row) {
+        const LiveTraceModel::Row* shown = captureModel.displayRow(row);
+        if (shown && shown->entry->status < 0 && shown->displayKind != LiveTraceModel::CallKind) {
+            finder->showRow(row);
+            break;
+        }
+    }
+    return true;
+}
+
 void CaptureWindow::updateStatus()
 {
+    const bool parts = total > captureModel.getLocalRing().size();
+    partActions[0]->setEnabled(parts && first > 0);
+    partActions[1]->setEnabled(parts && first + captureModel.getLocalRing().size() < total);
+    partActions[2]->setEnabled(parts && firstError >= 0);
     QString text = tr("%1: %2 rows from %3 records (read only)")
                        .arg(QFileInfo(fileName).fileName())
                        .arg(captureModel.rowCount())

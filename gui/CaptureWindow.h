@@ -45,6 +45,11 @@ public:
 
     static QString fileDialogFilters();
 
+    // A capture longer than a view is shown a part at a time: the part from record from on (0-based),
+    // and then, if asked, the first failed call in it made current.
+    bool showPart(std::uint64_t from, bool toFirstError = false);
+    std::uint64_t partStart() const { return first; }
+
 private:
     void setupMenus();
     void updateStatus();
@@ -52,6 +57,10 @@ private:
     LiveTraceModel captureModel;
     QString fileName;
     QString note;
+    std::uint64_t total;
+    std::uint64_t first;
+    std::int64_t firstError;
+    QList<QAction*> partActions;
     QTableView* view;
     FindBar* finder;
     DetailsPane* details;

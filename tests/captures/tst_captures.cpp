@@ -157,6 +157,40 @@ private slots:
         QCOMPARE(exported(records, Format::Csv, control), table);
     }
 
+    // A file longer than a view is read a part at a time, and the first failed call is found in all
+    // of it. The table holds the calls 0 .. max+49, then the failed call as its call and return.
+    void partsOfALongCapture_data()
+    {
+        const qint64 max = capture::CaptureReader::s_MaxRecords;
+        QTest::addColumn<qint64>("from"); // -1: the newest part
+        QTest::addColumn<qint64>("first");
+        QTest::addColumn<qint64>("size");
+        QTest::newRow("newest part") << qint64(-1) << qint64(52) << max;
+        QTest::newRow("from the start") << qint64(0) << qint64(0) << max;
+        QTest::newRow("last records only") << max + 40 << max + 40 << qint64(12);
+        QTest::newRow("beyond the end") << max + 100 << max + 52 << qint64(0);
+    }
+    void partsOfALongCapture()
+    {
+        QFETCH(qint64, from);
+        QFETCH(qint64, first);
+        QFETCH(qint64, size);
+        QByteArray bytes = longTable();
+        QBuffer in(&bytes);
+        in.open(QIODevice::ReadOnly);
+        capture::Capture part;
+        QString error;
+        QVERIFY2(capture::CaptureReader::read(in, QStringLiteral("long.csv"), QDate(2023, 11, 14), part, error,
+                                              from < 0 ? std::nullopt : std::optional<std::uint64_t>(from)),
+                 qPrintable(error));
+        QCOMPARE(part.total, capture::CaptureReader::s_MaxRecords + 52);
+        QCOMPARE(part.firstError, qint64(capture::CaptureReader::s_MaxRecords + 51));
+        QCOMPARE(qint64(part.first), first);
+        QCOMPARE(qint64(part.records.size()), size);
+        if (size > 0)
+            QCOMPARE(part.records.front().id, quint64(11 + first));
+    }
+
     // A count from outside costs neither memory beyond a view's worth nor the call's id order.
     void hostileCallCountIsBounded()
     {

@@ -4,6 +4,7 @@
 #include "CaptureWindow.h"
 #include "UnixSignalQuit.h"
 
+#include <QAction>
 #include <QMessageBox>
 #include <QTableView>
 #include <QtTest>
@@ -92,6 +93,30 @@ private slots:
         }
         window->close();
         QTRY_VERIFY(!window);
+    }
+
+    // Of a capture longer than a view the newest part shows first; one action brings the part with
+    // the first failed call and makes that call current.
+    void longCaptureFindsTheFailedCall()
+    {
+        const QString name = dir.filePath(QStringLiteral("hour.csv"));
+        QFile file(name);
+        QVERIFY(file.open(QIODevice::WriteOnly));
+        file.write(longTable());
+        file.close();
+        QPointer<gui::CaptureWindow> window = gui::CaptureWindow::open(app, name);
+        QVERIFY(window);
+        QCOMPARE(window->partStart(), 52u);
+        QAction* failed = nullptr;
+        for (QAction* action : window->findChildren<QAction*>())
+            failed = action->text() == QStringLiteral("Part with the first &failed call") ? action : failed;
+        QVERIFY(failed && failed->isEnabled());
+        failed->trigger();
+        QCOMPARE(window->partStart(),
+                 capture::CaptureReader::s_MaxRecords + 51 - capture::CaptureReader::s_MaxRecords / 2);
+        const LiveTraceModel::Row* current = window->model().displayRow(window->table()->currentIndex().row());
+        QVERIFY(current && current->entry->status < 0);
+        window->close();
     }
 
     // A file that is not a capture is refused with a message box and opens nothing.

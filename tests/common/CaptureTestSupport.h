@@ -82,3 +82,19 @@ inline std::vector<ZelTracer::FullEntry> readBack(QByteArray bytes, QString* err
     }
     return capture.records;
 }
+
+// A table longer than a view: two collapsed rows of (s_MaxRecords + 50) / 2 calls each that never
+// returned (ids 11 on), then a failed call, so that every record of the file has a known index.
+inline QByteArray longTable()
+{
+    const auto half = static_cast<qulonglong>(capture::CaptureReader::s_MaxRecords + 50) / 2;
+    auto collapsed = [](qulonglong lastId, qulonglong calls) -> QByteArray {
+        return "\"0\",\"" + QByteArray::number(lastId)
+            + "\",\"call\",\"2023-11-14 22:13:21.250\",\"1.5\",\"100\",\"101\",\"7\",\"A\",\"0\",\"0\","
+              "\"VI_SUCCESS\",\""
+            + QByteArray::number(calls) + "\",\"viWaitOnEvent(0x1)\"\r\n";
+    };
+    return QByteArray(capture::s_CsvHeader) + collapsed(10 + half, half) + collapsed(10 + 2 * half, half)
+        + "\"0\",\"1\",\"completed\",\"2023-11-14 22:13:22.250\",\"1.5\",\"100\",\"101\",\"7\",\"A\",\"2\","
+          "\"-1073807339\",\"VI_ERROR_TMO\",\"1\",\"viRead(0x1)\"\r\n";
+}
