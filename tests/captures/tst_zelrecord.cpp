@@ -59,17 +59,17 @@ private slots:
         QTest::addColumn<QString>("program");
         QTest::addColumn<QStringList>("arguments");
         QTest::addColumn<QString>("expected");
-        auto args = [](std::initializer_list<const char*> list) {
+        auto args = [](const char* a, const char* b = nullptr, const char* c = nullptr) {
             QStringList out;
-            for (const char* a : list)
-                out << QLatin1String(a);
+            for (const char* s : {a, b, c})
+                out << (s ? QStringList(QLatin1String(s)) : QStringList());
             return out;
         };
-        QTest::newRow("recorder help") << ZEL_RECORD_PATH << args({"--help"}) << "--duration <seconds>";
-        QTest::newRow("recorder version") << ZEL_RECORD_PATH << args({"--version"}) << "zel-record 5.12.9\n";
+        QTest::newRow("recorder help") << ZEL_RECORD_PATH << args("--help") << "--duration <seconds>";
+        QTest::newRow("recorder version") << ZEL_RECORD_PATH << args("--version") << "zel-record 5.12.9\n";
         // The window's own options beside them change nothing.
-        QTest::newRow("program help") << ZEL_PROGRAM_PATH << args({"-t", "--help"}) << "  -ft [file]";
-        QTest::newRow("program version") << ZEL_PROGRAM_PATH << args({"-ft", "/tmp/x.log", "--version"})
+        QTest::newRow("program help") << ZEL_PROGRAM_PATH << args("-t", "--help") << "  -ft [file]";
+        QTest::newRow("program version") << ZEL_PROGRAM_PATH << args("-ft", "/tmp/x.log", "--version")
                                          << "ZelVisaTraceTool 5.12.9\n";
     }
     // Answered on the terminal; the program opens no window and no segment for them (no display here).

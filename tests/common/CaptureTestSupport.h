@@ -54,9 +54,10 @@ inline std::vector<ZelTracer::FullEntry> knownRecords()
 
 // The export of a model holding the records, in one format.
 inline QByteArray exported(std::vector<ZelTracer::FullEntry> const& records, capture::Format format,
-                           ZelTracer::TraceChannelControl& control)
+                           ZelTracer::TraceChannelControl& control, bool collapse = true)
 {
     LiveTraceModel model(nullptr, control);
+    model.setCollapseSameCommands(collapse);
     model.loadRecords(records);
     QBuffer out;
     out.open(QIODevice::WriteOnly);
