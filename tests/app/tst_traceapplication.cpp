@@ -9,11 +9,7 @@ using namespace ZelTracer;
 
 namespace {
 
-PrivateSegment& segment()
-{
-    static PrivateSegment s(40);
-    return s;
-}
+constexpr auto segment = programSegment<40>;
 
 } // namespace
 

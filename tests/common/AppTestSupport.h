@@ -13,6 +13,13 @@
 // Test programs that run a whole application do it on a private segment, semaphores, shared ring
 // and settings store, so that a user's running tool never sees them.
 
+// The private segment of a test program, one per tag, alive until the program ends.
+template<int Tag> PrivateSegment& programSegment()
+{
+    static PrivateSegment segment(Tag);
+    return segment;
+}
+
 inline TraceEndpoints privateEndpoints(PrivateSegment const& segment, const char* ringTag)
 {
     return {segment.key, segment.semaphore, QString::fromStdString(TestNames::sharedRingName(ringTag))};

@@ -13,11 +13,7 @@ Q_DECLARE_METATYPE(SingleFilter)
 
 namespace {
 
-PrivateSegment& segment()
-{
-    static PrivateSegment s(50);
-    return s;
-}
+constexpr auto segment = programSegment<50>;
 
 } // namespace
 

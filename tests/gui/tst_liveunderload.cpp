@@ -13,11 +13,7 @@ using namespace ZelTracer;
 
 namespace {
 
-PrivateSegment& segment()
-{
-    static PrivateSegment s(21);
-    return s;
-}
+constexpr auto segment = programSegment<21>;
 
 // The model's refresh deliberately reaches one past the last row and column (also in an empty table),
 // which the tester reports; every other complaint of the tester is a fault.

@@ -10,11 +10,7 @@ using namespace ZelTracer;
 
 namespace {
 
-PrivateSegment& segment()
-{
-    static PrivateSegment s(41);
-    return s;
-}
+constexpr auto segment = programSegment<41>;
 
 } // namespace
 
@@ -176,13 +172,9 @@ private slots:
         QCOMPARE(clipboard->text(), QStringLiteral("viWrite(0x4, \"A\tB\")"));
         popup(-1);
         QCOMPARE(clipboard->text(), QStringLiteral("viWrite(0x1, \"A\tB\")"));
-        auto funnel = [this](const char* icon) {
-            return get("actionViewFilter")->icon().pixmap(16).toImage()
-                == QIcon(QLatin1String(":/icons/Filter_") + QLatin1String(icon) + QLatin1String(".ico"))
-                       .pixmap(16)
-                       .toImage();
-        };
-        QVERIFY(funnel("tra4d09c6de6a114"));
+        const QImage idle = QIcon(QStringLiteral(":/icons/Filter_tra4d09c6de6a114.ico")).pixmap(16).toImage();
+        auto funnel = [this] { return get("actionViewFilter")->icon().pixmap(16).toImage(); };
+        QCOMPARE(funnel(), idle);
 
         // Nothing below the last row; on a row the entries act on that row.
         auto* view = shownView();
@@ -197,7 +189,7 @@ private slots:
         menu->actions().at(15)->trigger(); // "Hide address"
         QCOMPARE(model.getFilters().filters.value(0).type, int(SingleFilter::ExcludeAddress));
         menu->close();
-        QVERIFY(funnel("akt4d09c69b9ee49"));
+        QCOMPARE(funnel(), QIcon(QStringLiteral(":/icons/Filter_akt4d09c69b9ee49.ico")).pixmap(16).toImage());
 
         // Accepting the dialog replaces the model's set; cancelling keeps it.
         for (bool accept : {false, true}) {
@@ -210,7 +202,7 @@ private slots:
             get("actionViewFilter")->trigger();
             QCOMPARE(model.getFilters().filters.size(), accept ? 0 : 1);
         }
-        QVERIFY(funnel("tra4d09c6de6a114"));
+        QCOMPARE(funnel(), idle);
     }
 
     void doubleClickJumpsToPartner()
@@ -223,9 +215,7 @@ private slots:
         capture();
         QCOMPARE(model.rowCount(), 153);
         auto* view = shownView();
-        auto doubleClick = [this](int row) {
-            QMetaObject::invokeMethod(window.get(), "doubleClickedListView", Q_ARG(QModelIndex, model.index(row, 0)));
-        };
+        auto doubleClick = [&](int row) { emit view->doubleClicked(model.index(row, 0)); };
 
         // Row 0 never jumps, even though its partner is in the table.
         view->scrollToTop();
@@ -236,7 +226,7 @@ private slots:
         const int bottom = view->verticalScrollBar()->value();
         doubleClick(152);
         QCOMPARE(view->verticalScrollBar()->value(), bottom);
-        emit view->doubleClicked(model.index(151, 3));
+        doubleClick(151);
         QVERIFY(shown(0));
 
         // A call jumps forward to its return.
@@ -295,43 +285,39 @@ private slots:
         QCOMPARE(model.displayRow(view->currentIndex().row())->entry->id, topRecord + 3);
     }
 
+    // The message boxes a button or action brings up with the given name in the field, then the name the
+    // field shows afterwards.
     void fileNameChecks()
     {
         auto* edit = get<QLineEdit>("editFilename");
-        auto closed = [this](const char* name) {
-            return closingModals([this, name] {
+        auto boxes = [&](const char* name, const QString& fileName) {
+            edit->setText(fileName);
+            const QStringList texts = closingModals([this, name] {
                 if (auto* button = window->findChild<QToolButton*>(QLatin1String(name)))
                     button->click();
                 else
                     get(name)->trigger();
             });
+            return (texts + QStringList {edit->text()}).join(QLatin1Char('|'));
         };
-        const QString defaultName = QDir::homePath() + QStringLiteral("/ZelVisa.log");
-
-        edit->clear();
-        QCOMPARE(
-            closed("actionRecord_to_file"),
-            QStringList {QStringLiteral("Invalid filename/The specified filename \"\" of the log file is not valid.")});
-        QCOMPARE(edit->text(), defaultName);
-        edit->setText(QStringLiteral("/no/such/dir/a.log"));
-        QCOMPARE(closed("actionStart_to_file").size(), 1);
-        QCOMPARE(edit->text(), QStringLiteral("/no/such/dir/a.log"));
+        const QString home = QDir::homePath() + QStringLiteral("/ZelVisa.log");
+        QCOMPARE(boxes("actionRecord_to_file", QString()),
+                 QStringLiteral("Invalid filename/The specified filename \"\" of the log file is not valid.|") + home);
+        const QString noDir = QStringLiteral("/no/such/dir/a.log");
+        QCOMPARE(boxes("actionStart_to_file", noDir).section(QLatin1Char('|'), 1), noDir);
         QVERIFY(!app.getChannelControl().isTracingToFile());
 
         QTemporaryDir dir;
         const QString missing = dir.filePath(QStringLiteral("gone.log"));
-        edit->setText(missing);
-        QCOMPARE(closed("deleteLogFileButton"),
-                 QStringList {QStringLiteral("Info/The file \"%1\" could not be deleted.\n").arg(missing)});
-        QVERIFY(closed("viewlogfileButton").isEmpty());
+        QCOMPARE(boxes("deleteLogFileButton", missing),
+                 QStringLiteral("Info/The file \"%1\" could not be deleted.\n|%1").arg(missing));
+        QCOMPARE(boxes("viewlogfileButton", missing), missing);
         QFile(missing).open(QIODevice::WriteOnly);
-        QVERIFY(closed("deleteLogFileButton").isEmpty());
+        QCOMPARE(boxes("deleteLogFileButton", missing), missing);
         QVERIFY(!QFile::exists(missing));
-
-        edit->clear();
-        QCOMPARE(closed("viewlogfileButton"), QStringList {QStringLiteral("View failure/Cannot open file \"\"")});
+        QCOMPARE(boxes("viewlogfileButton", QString()), QStringLiteral("View failure/Cannot open file \"\"|"));
         emit edit->editingFinished();
-        QCOMPARE(edit->text(), defaultName);
+        QCOMPARE(edit->text(), home);
 
         // A valid name starts the recording; the field is locked while it runs.
         const QString log = dir.filePath(QStringLiteral("trace.log"));
