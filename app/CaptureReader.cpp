@@ -421,6 +421,12 @@ bool CaptureReader::read(QIODevice& device, QString const& name, QDate const& da
                 capture.source = Capture::TraceLog;
                 continue;
             }
+            if (line.startsWith('[') || line.startsWith('{')) {
+                error = QStringLiteral("%1 is a timeline for trace viewers: open it in Perfetto's UI or "
+                                       "chrome://tracing; export the view as CSV to open it here.")
+                            .arg(name);
+                return false;
+            }
             error = QStringLiteral("%1 is not a capture: it begins neither like an exported table, nor like a "
                                    "saved view, nor like a trace log.")
                         .arg(name);

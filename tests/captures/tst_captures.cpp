@@ -99,6 +99,7 @@ private slots:
         const QByteArray view = capture::CaptureWriter::viewTextHeader();
         QTest::newRow("empty") << QByteArray() << QStringLiteral("capture is empty.");
         QTest::newRow("foreign") << QByteArray("PK\x03\x04 zip\n") << QStringLiteral("capture is not a capture");
+        QTest::newRow("timeline") << golden("known.json") << QStringLiteral("capture is a timeline for trace viewers");
         QTest::newRow("table cut in a quoted field") << csv + row.left(44) + "\n" << QStringLiteral("cut short");
         QTest::newRow("table row short of fields") << csv
                 + "\"0\",\"1\"\r\n" << QStringLiteral("Line 2 of capture is not a line of a capture: it has 2");
