@@ -19,6 +19,7 @@
 #include <unistd.h>
 
 #include <cstdio>
+#include <limits>
 #include <optional>
 
 namespace {
@@ -107,7 +108,8 @@ std::optional<Options> parse(QCoreApplication const& app)
     bool good = true;
     if (parser.isSet(duration)) {
         o.duration = parser.value(duration).toDouble(&good);
-        good = good && o.duration > 0;
+        // A timer counts milliseconds in an int: up to 24 days.
+        good = good && o.duration > 0 && o.duration <= std::numeric_limits<int>::max() / 1000.0;
     }
     if (good && parser.isSet(count)) {
         o.count = parser.value(count).toULongLong(&good);
@@ -118,7 +120,7 @@ std::optional<Options> parse(QCoreApplication const& app)
     if (good && parser.isSet(key))
         o.key = parser.value(key).toInt(&good, 0);
     if (!good) {
-        fail(QStringLiteral("--duration, --count, --pid and --segment-key take positive numbers"));
+        fail(QStringLiteral("--duration (at most 24 days), --count, --pid and --segment-key take positive numbers"));
         return std::nullopt;
     }
     if (parser.isSet(message)) {

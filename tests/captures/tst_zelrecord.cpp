@@ -194,6 +194,9 @@ private slots:
         QTest::newRow("unknown format") << QStringList {QStringLiteral("-o"), QStringLiteral("x"),
                                                         QStringLiteral("--format"), QStringLiteral("xml")}
                                         << 1;
+        QTest::newRow("duration beyond a timer") << QStringList {QStringLiteral("-o"), QStringLiteral("x"),
+                                                                 QStringLiteral("--duration"), QStringLiteral("1e12")}
+                                                 << 1;
         QTest::newRow("count not a number") << QStringList {QStringLiteral("-o"), QStringLiteral("x"),
                                                             QStringLiteral("--count"), QStringLiteral("many")}
                                             << 1;
