@@ -1,3 +1,4 @@
+#include "FilterTestSupport.h"
 #include "LiveTraceModel.h"
 #include "TraceProducer.h"
 #include "TraceTestSupport.h"
@@ -149,23 +150,15 @@ private slots:
         QFETCH(QString, rows);
 
         Pipeline p(1);
-        SingleFilter hide;
-        hide.type = SingleFilter::ExcludeCommand;
-        hide.text = QStringLiteral("SECRET");
-        ModelFilters secretOnly;
-        secretOnly.add(hide);
-        p.model.setFilter(secretOnly);
-        if (hiddenThread != 0) {
-            hide.type = SingleFilter::ExcludeThread;
-            hide.value = hiddenThread;
-            p.model.addFilter(hide);
-        }
+        const SingleFilter secret = rule(SingleFilter::ExcludeCommand, 0, "SECRET");
+        // No test writes from thread 0, so a hidden thread of 0 hides nothing.
+        p.model.setFilter(rules({secret, rule(SingleFilter::ExcludeThread, hiddenThread)}));
         for (const std::vector<Call>& batch : batches) {
             for (const Call& c : batch)
                 p.write(c);
             p.capture();
         }
-        p.model.setFilter(secretOnly);
+        p.model.setFilter(rules({secret}));
         QCOMPARE(p.rows(), rows);
     }
 
@@ -267,11 +260,7 @@ private slots:
         QCOMPARE(p.model.data(p.model.index(0, 3), Qt::BackgroundRole).value<QBrush>().color(), QColor(255, 128, 128));
         QVERIFY(!p.model.data(p.model.index(1, 3), Qt::BackgroundRole).isValid());
         QVERIFY(p.model.errorInDisplay);
-        SingleFilter highlight;
-        highlight.type = SingleFilter::HighlightProcess;
-        highlight.value = 1;
-        highlight.color = Qt::green;
-        p.model.addFilter(highlight);
+        p.model.addFilter(rule(SingleFilter::HighlightProcess, 1, "", Qt::green));
         QCOMPARE(p.model.data(p.model.index(0, 3), Qt::BackgroundRole).value<QColor>(), QColor(Qt::green));
     }
 
