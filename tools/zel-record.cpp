@@ -176,7 +176,9 @@ public:
             control.setTracingActive(true);
         if (!model.start()) {
             fail(QStringLiteral("tracing could not be started: the shared record ring cannot be opened"));
-            leave();
+            // Not attached, so not counted: put back what this recorder changed, as the window does
+            // when its start fails.
+            restore();
             return false;
         }
         writer.begin();
@@ -252,8 +254,12 @@ private:
     void leave()
     {
         const bool othersRemain = model.detachSharedRingBuffer();
-        if (othersRemain)
-            return;
+        if (!othersRemain)
+            restore();
+    }
+
+    void restore()
+    {
         if (switchedOn)
             control.setTracingActive(false);
         if (options.pid)
