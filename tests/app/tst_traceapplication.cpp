@@ -7,11 +7,7 @@
 
 using namespace ZelTracer;
 
-namespace {
-
 constexpr auto segment = programSegment<40>;
-
-} // namespace
 
 class TestTraceApplication : public QObject
 {

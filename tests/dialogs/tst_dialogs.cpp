@@ -11,11 +11,7 @@ using namespace ZelTracer;
 
 Q_DECLARE_METATYPE(SingleFilter)
 
-namespace {
-
 constexpr auto segment = programSegment<50>;
-
-} // namespace
 
 class TestDialogs : public QObject
 {
@@ -66,10 +62,8 @@ private slots:
             child<QRadioButton>(&dialog, qPrintable(QStringLiteral("radioButton") + parts[i]))->setChecked(true);
         child<QLineEdit>(&dialog, "lineEditId")->setText(parts[2]);
         dialog.accept();
-        QCOMPARE(dialog.result(), int(QDialog::Accepted));
-        QCOMPARE(dialog.viewFilters.filters.size(), 1);
-        QTEST(dialog.viewFilters.filters[0], "after");
-        QCOMPARE(dialog.viewFilters.showOnly, dialog.viewFilters.showOnlyActive());
+        QFETCH(SingleFilter, after);
+        QCOMPARE(dialog.viewFilters, rules({after}));
     }
 
     void excludeAddressKeepsThePreviousAction()

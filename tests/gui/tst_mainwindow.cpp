@@ -8,11 +8,7 @@
 
 using namespace ZelTracer;
 
-namespace {
-
 constexpr auto segment = programSegment<41>;
-
-} // namespace
 
 class TestMainWindow : public QObject
 {
