@@ -44,13 +44,10 @@ struct PrivateSegment
 // Arguments for the traffic generator on the private segment, followed by the given extra ones.
 inline QStringList trafficArguments(PrivateSegment const& segment, const char* extra)
 {
-    return QStringList {QStringLiteral("--key"),
-                        QString::number(segment.key),
-                        QStringLiteral("--semaphore"),
-                        QString::fromStdString(segment.semaphore),
-                        QStringLiteral("--file-semaphore"),
-                        QString::fromStdString(segment.fileSemaphore)}
-    + QString::fromLatin1(extra).split(QLatin1Char(' '));
+    return QStringLiteral("--key %1 --semaphore %2 --file-semaphore %3 %4")
+        .arg(QString::number(segment.key), QString::fromStdString(segment.semaphore),
+             QString::fromStdString(segment.fileSemaphore), QLatin1String(extra))
+        .split(QLatin1Char(' '));
 }
 
 // Raw access to a segment, for writing what a broken or hostile producer would write.

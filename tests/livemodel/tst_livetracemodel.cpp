@@ -209,14 +209,10 @@ private slots:
 
     void collapsingOff()
     {
-        const char* cls = "viWrite(1, \"*CLS\")";
-        Pipeline p(2,
-                   {{1, 1, 1, 0, cls},
-                    {1, 1, 1, 1, cls},
-                    {1, 1, 2, 0, cls},
-                    {1, 1, 2, 1, cls},
-                    {1, 1, 3, 0, cls},
-                    {1, 1, 3, 1, cls}});
+        Pipeline p(2);
+        for (std::uint32_t i = 0; i < 6; ++i) // three calls, each followed by its return
+            p.write({1, 1, i / 2, i % 2, "viWrite(1, \"*CLS\")"});
+        p.capture();
         QCOMPARE(p.model.rowCount(), 1);
         p.model.setCollapseSameCommands(false);
         QCOMPARE(p.model.rowCount(), 3);
