@@ -84,24 +84,25 @@ private slots:
         auto* list = child<QListWidget>(&dialog, "filterlist");
         auto* id = child<QLineEdit>(&dialog, "lineEditId");
         auto click = [&dialog](const char* name) { child<QPushButton>(&dialog, name)->click(); };
-        // Each row's text and background, then whether the editor, Delete and Delete all are enabled.
-        auto shown = [&dialog, list] {
+        // Each row's text and background, whether the editor, Delete and Delete all are enabled, then the
+        // current row and the value in the editor.
+        auto shown = [&dialog, list, id] {
             QStringList rows;
             for (int i = 0; i < list->count(); ++i)
                 rows << list->item(i)->text() + QLatin1Char(' ') + list->item(i)->background().color().name();
             for (const char* name : {"groupBoxFilter", "deleteButton", "deleteAllButton"})
                 rows << QString::number(child<QWidget>(&dialog, name)->isEnabled());
-            return rows.join(QLatin1Char('|'));
+            return (rows << QString::number(list->currentRow()) << id->text()).join(QLatin1Char('|'));
         };
         // Only highlights show their colour.
-        QCOMPARE(shown(), QStringLiteral("Highlight command \"viRead(\" #ff0000|Exclude process id 77 #ffffff|0|0|1"));
+        QCOMPARE(shown(),
+                 QStringLiteral("Highlight command \"viRead(\" #ff0000|Exclude process id 77 #ffffff|0|0|1|-1|"));
         click("deleteAllButton");
-        QCOMPARE(shown(), QStringLiteral("0|0|0"));
-        QVERIFY(dialog.viewFilters.filters.isEmpty());
+        QCOMPARE(shown(), QStringLiteral("0|0|0|-1|"));
 
         click("newButton");
-        QCOMPARE(shown(), QStringLiteral("Highlight thread id 0 #00ffff|1|1|1"));
-        QVERIFY(list->currentRow() == 0 && child<QRadioButton>(&dialog, "radioButtonTid")->isChecked());
+        QCOMPARE(shown(), QStringLiteral("Highlight thread id 0 #00ffff|1|1|1|0|0"));
+        QVERIFY(child<QRadioButton>(&dialog, "radioButtonTid")->isChecked());
         // The new rule's edits are committed when the next rule is made.
         id->setText(QStringLiteral("11"));
         click("newButton");
@@ -109,16 +110,16 @@ private slots:
         click("newButton");
         QCOMPARE(shown(),
                  QStringLiteral("Highlight thread id 11 #00ffff|Highlight thread id 22 #00ffff|"
-                                "Highlight thread id 0 #00ffff|1|1|1"));
+                                "Highlight thread id 0 #00ffff|1|1|1|2|0"));
 
         // Deleting the last row selects the new last row; deleting the first selects the one that took its place.
         click("deleteButton");
-        QVERIFY(list->currentRow() == 1 && id->text() == QStringLiteral("22"));
+        QVERIFY(shown().endsWith(QLatin1String("|1|22")));
         list->setCurrentRow(0);
         click("deleteButton");
-        QCOMPARE(shown(), QStringLiteral("Highlight thread id 22 #00ffff|1|1|1"));
+        QCOMPARE(shown(), QStringLiteral("Highlight thread id 22 #00ffff|1|1|1|0|22"));
         click("deleteButton");
-        QCOMPARE(shown(), QStringLiteral("0|0|0"));
+        QCOMPARE(shown(), QStringLiteral("0|0|0|-1|22"));
         dialog.accept();
         QVERIFY(dialog.viewFilters.filters.isEmpty());
     }
