@@ -7,6 +7,7 @@
 #include <QFileInfo>
 #include <QTextCodec>
 
+#include <cctype>
 #include <cstring>
 #include <deque>
 #include <set>
@@ -38,11 +39,53 @@ template<std::size_t N> void copyText(char (&field)[N], QString const& text)
     copyText(field, text.toLatin1());
 }
 
-void setTime(FullEntry& e, QDateTime const& when, int milliseconds)
+// Three digits of milliseconds, or -1.
+int milliseconds(QByteArray const& digits)
 {
-    e.timestamp = when.toSecsSinceEpoch();
-    e.timestampFraction = milliseconds / 1000.0;
+    if (digits.size() != 3 || !std::isdigit(static_cast<unsigned char>(digits[0]))
+        || !std::isdigit(static_cast<unsigned char>(digits[1])) || !std::isdigit(static_cast<unsigned char>(digits[2])))
+        return -1;
+    return digits.toInt();
 }
+
+// "HH:mm:ss" read digit by digit: a time is parsed for every line of a saved view.
+QTime clockTime(QByteArray const& text)
+{
+    auto two = [&text](int at) {
+        const auto a = static_cast<unsigned char>(text[at]), b = static_cast<unsigned char>(text[at + 1]);
+        return std::isdigit(a) && std::isdigit(b) ? (a - '0') * 10 + (b - '0') : -1;
+    };
+    if (text.size() != 8 || text[2] != ':' || text[5] != ':')
+        return QTime();
+    return QTime(two(0), two(3), two(6)); // invalid for any part out of range
+}
+
+// Local date and time to seconds since the epoch. Converting is costly and records come many to a
+// second, so the last text and its result are kept.
+class LocalTime
+{
+public:
+    bool seconds(QByteArray const& text, QDate const& day, std::int64_t& result)
+    {
+        if (text != lastText || day != lastDay) {
+            lastText = text;
+            lastDay = day;
+            const QString t = QString::fromLatin1(text);
+            const QDateTime when = day.isValid() ? QDateTime(day, clockTime(text))
+                                                 : QDateTime::fromString(t, QStringLiteral("yyyy-MM-dd HH:mm:ss"));
+            valid = when.isValid() && when.time().isValid();
+            lastSeconds = when.toSecsSinceEpoch();
+        }
+        result = lastSeconds;
+        return valid;
+    }
+
+private:
+    QByteArray lastText;
+    QDate lastDay;
+    std::int64_t lastSeconds = 0;
+    bool valid = false;
+};
 
 // One parse step: every number of a line is checked, none is trusted.
 struct Fields
@@ -79,21 +122,33 @@ struct Fields
 bool splitCsv(QByteArray const& text, QList<QByteArray>& fields)
 {
     fields.clear();
+    fields.reserve(16);
     QByteArray field;
     bool quoted = false;
     bool wasQuoted = false;
-    for (int i = 0; i < text.size(); ++i) {
-        const char c = text.at(i);
+    const char* p = text.constData();
+    const int n = text.size();
+    for (int i = 0; i < n; ++i) {
         if (quoted) {
-            if (c == '"' && i + 1 < text.size() && text.at(i + 1) == '"') {
-                field += '"';
-                ++i;
-            } else if (c == '"') {
-                quoted = false;
-            } else {
-                field += c;
+            // Up to the next quote in one step: it ends the field unless a second one follows.
+            const auto* q = static_cast<const char*>(std::memchr(p + i, '"', static_cast<std::size_t>(n - i)));
+            if (!q) {
+                field.append(p + i, n - i);
+                break;
             }
-        } else if (c == '"' && field.isEmpty() && !wasQuoted) {
+            const int at = static_cast<int>(q - p);
+            field.append(p + i, at - i);
+            if (at + 1 < n && p[at + 1] == '"') {
+                field += '"';
+                i = at + 1;
+            } else {
+                quoted = false;
+                i = at;
+            }
+            continue;
+        }
+        const char c = p[i];
+        if (c == '"' && field.isEmpty() && !wasQuoted) {
             quoted = wasQuoted = true;
         } else if (c == ',') {
             fields.append(field);
@@ -151,11 +206,10 @@ public:
         FullEntry e = blankRecord();
         e.id = p.number<std::uint64_t>(f[1], "id");
         const QString kind = QString::fromUtf8(f[2]);
-        const QString when = QString::fromUtf8(f[3]);
-        const QDateTime stamp = QDateTime::fromString(when.left(19), QStringLiteral("yyyy-MM-dd HH:mm:ss"));
-        const int ms = when.mid(20).toInt();
-        if (!stamp.isValid() || when.size() != 23 || when.at(19) != QLatin1Char('.'))
-            p.fail(QStringLiteral("\"%1\" is not a date and time").arg(when.left(40)));
+        const QByteArray& when = f[3];
+        const int ms = milliseconds(when.mid(20));
+        if (when.size() != 23 || when.at(19) != '.' || ms < 0 || !clock.seconds(when.left(19), QDate(), e.timestamp))
+            p.fail(QStringLiteral("\"%1\" is not a date and time").arg(QString::fromUtf8(when.left(40))));
         e.elapsedTime = p.number<double>(f[4], "elapsed time");
         e.pid = p.number<std::uint32_t>(f[5], "pid");
         e.threadId = p.number<std::uint32_t>(f[6], "thread");
@@ -174,7 +228,7 @@ public:
             p.fail(QStringLiteral("\"%1\" is not a kind of row").arg(kind.left(40)));
         if (!p.ok)
             return p.why;
-        setTime(e, stamp, ms);
+        e.timestampFraction = ms / 1000.0;
 
         // A collapsed row stands for its calls; they are given the ids before the newest one's.
         const bool completed = kind == kindName(LiveTraceModel::CompletedKind);
@@ -218,9 +272,11 @@ public:
         Fields p;
         FullEntry e = blankRecord();
         e.id = p.number<std::uint64_t>(head[1], "id");
-        const QTime time = QTime::fromString(QString::fromLatin1(head[2]), QStringLiteral("HH:mm:ss.zzz"));
-        if (!time.isValid())
-            p.fail(QStringLiteral("\"%1\" is not a time").arg(QString::fromLatin1(head[2].left(20))));
+        const QByteArray& shown = head[2];
+        const QTime time = clockTime(shown.left(8));
+        const int ms = milliseconds(shown.mid(9));
+        if (!time.isValid() || shown.size() != 12 || shown.at(8) != '.' || ms < 0)
+            p.fail(QStringLiteral("\"%1\" is not a time").arg(QString::fromLatin1(shown.left(20))));
         e.pid = p.number<std::uint32_t>(head[3], "pid");
         e.threadId = p.number<std::uint32_t>(head[4], "thread");
         e.session = p.number<std::uint32_t>(head[5], "session");
@@ -234,7 +290,8 @@ public:
         if (lastTime.isValid() && time.msecsTo(lastTime) > 12 * 3600 * 1000)
             day = day.addDays(1);
         lastTime = time;
-        setTime(e, QDateTime(day, QTime(time.hour(), time.minute(), time.second())), time.msec());
+        clock.seconds(shown.left(8), day, e.timestamp);
+        e.timestampFraction = ms / 1000.0;
         pushWithCall(e);
         return QString();
     }
@@ -254,9 +311,7 @@ public:
         Fields p;
         FullEntry e = blankRecord();
         e.id = p.number<std::uint64_t>(head[0], "id");
-        const QDateTime stamp
-            = QDateTime::fromString(QString::fromLatin1(head[1]), QStringLiteral("yyyy-MM-dd HH:mm:ss"));
-        if (!stamp.isValid())
+        if (head[1].size() != 19 || !clock.seconds(head[1], QDate(), e.timestamp))
             p.fail(QStringLiteral("\"%1\" is not a date and time").arg(QString::fromLatin1(head[1].left(30))));
         e.elapsedTime = p.number<double>(head[2], "elapsed time");
         e.pid = p.number<std::uint32_t>(head[3], "pid");
@@ -268,7 +323,6 @@ public:
             return QString(); // a line that begins like a row is one
         if (!tail(line, pos, '"', e))
             return QStringLiteral("its duration, kind, status and quoted command are missing");
-        setTime(e, stamp, 0);
         push(e);
         return QString();
     }
@@ -344,6 +398,7 @@ private:
     std::uint64_t expansionBudget = 10 * CaptureReader::s_MaxRecords;
     QDate day;
     QTime lastTime;
+    LocalTime clock;
     std::set<std::tuple<std::uint32_t, std::uint32_t, qulonglong>> openCalls;
 };
 
@@ -365,7 +420,7 @@ bool CaptureReader::read(QIODevice& device, QString const& name, QDate const& da
                          std::optional<std::uint64_t> from)
 {
     capture = Capture();
-    Parser parser(capture, day, from);
+    Parser parser(capture, day.isValid() ? day : QDate::currentDate(), from);
     QList<QByteArray> csvHeaderFields;
     splitCsv(QByteArray(s_CsvHeader).trimmed(), csvHeaderFields);
     const QByteArray viewHeader = CaptureWriter::viewTextHeader();
