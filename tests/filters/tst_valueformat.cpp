@@ -111,30 +111,25 @@ private slots:
     {
         QTest::addColumn<QString>("command");
         QTest::addColumn<QString>("filtered");
-        QTest::newRow("write keeps only the string")
-            << QStringLiteral("viWrite(0x00000001, \"*IDN?\\n\", 6, 6)") << QStringLiteral("viWrite(\"*IDN?\\n\")");
-        QTest::newRow("two strings separated by a comma") << QStringLiteral("viOpen(1, \"GPIB0::1::INSTR\", \"x\")")
-                                                          << QStringLiteral("viOpen(\"GPIB0::1::INSTR\",\"x\")");
-        QTest::newRow("inner quote that does not close")
-            << QStringLiteral("viWrite(1, \"a\"b\", 3)") << QStringLiteral("viWrite(\"a\"b\")");
-        QTest::newRow("escaped quote stays inside")
-            << QStringLiteral("viWrite(1, \"a\\\"b\")") << QStringLiteral("viWrite(\"a\\\"b\")");
-        QTest::newRow("unterminated string runs to the end")
-            << QStringLiteral("viWrite(1, \"abc") << QStringLiteral("viWrite(\"abc)");
-        QTest::newRow("no parenthesis, no quotes") << QStringLiteral("viClose") << QStringLiteral(")");
-        QTest::newRow("no parenthesis, a string") << QStringLiteral("x \"y\"") << QStringLiteral("\"y\")");
-        QTest::newRow("set attribute") << QStringLiteral("viSetAttribute(0x1, attribute=VI_ATTR_TMO_VALUE, value=5000)")
-                                       << QStringLiteral("viSetAttribute(VI_ATTR_TMO_VALUE,5000)");
-        QTest::newRow("attribute with two parts shows only the name")
-            << QStringLiteral("viSetAttribute(0x1, VI_ATTR_TMO_VALUE=5000)") << QStringLiteral("viSetAttribute(");
-        QTest::newRow("part without a value keeps its comma")
-            << QStringLiteral("viGetAttribute(1, A, C=D)") << QStringLiteral("viGetAttribute(,D)");
-        QTest::newRow("get attribute with three parts")
-            << QStringLiteral("viGetAttribute(1, A=B, C=D)") << QStringLiteral("viGetAttribute(B,D)");
-        QTest::newRow("attribute with four parts shows only the name")
-            << QStringLiteral("viGetAttribute(1, A=B, C=D, E)") << QStringLiteral("viGetAttribute(");
-        QTest::newRow("count prefix is part of the text")
-            << QStringLiteral("3 x viWrite(1, \"a\")") << QStringLiteral("3 x viWrite(\"a\")");
+        auto row = [](const char* name, const char* command, const char* filtered) {
+            QTest::newRow(name) << QString::fromLatin1(command) << QString::fromLatin1(filtered);
+        };
+        row("write keeps only the string", "viWrite(0x00000001, \"*IDN?\\n\", 6, 6)", "viWrite(\"*IDN?\\n\")");
+        row("two strings separated by a comma", "viOpen(1, \"GPIB0::1::INSTR\", \"x\")",
+            "viOpen(\"GPIB0::1::INSTR\",\"x\")");
+        row("inner quote that does not close", "viWrite(1, \"a\"b\", 3)", "viWrite(\"a\"b\")");
+        row("escaped quote stays inside", "viWrite(1, \"a\\\"b\")", "viWrite(\"a\\\"b\")");
+        row("unterminated string runs to the end", "viWrite(1, \"abc", "viWrite(\"abc)");
+        row("no parenthesis, no quotes", "viClose", ")");
+        row("no parenthesis, a string", "x \"y\"", "\"y\")");
+        row("set attribute", "viSetAttribute(0x1, attribute=VI_ATTR_TMO_VALUE, value=5000)",
+            "viSetAttribute(VI_ATTR_TMO_VALUE,5000)");
+        row("attribute with two parts shows only the name", "viSetAttribute(0x1, VI_ATTR_TMO_VALUE=5000)",
+            "viSetAttribute(");
+        row("part without a value keeps its comma", "viGetAttribute(1, A, C=D)", "viGetAttribute(,D)");
+        row("get attribute with three parts", "viGetAttribute(1, A=B, C=D)", "viGetAttribute(B,D)");
+        row("attribute with four parts shows only the name", "viGetAttribute(1, A=B, C=D, E)", "viGetAttribute(");
+        row("count prefix is part of the text", "3 x viWrite(1, \"a\")", "3 x viWrite(\"a\")");
     }
 
     void filterStrings()

@@ -17,21 +17,21 @@ private slots:
         QTest::addColumn<bool>("fileTrace");
         QTest::addColumn<QString>("fileName");
 
-        const QString none;
-        QTest::newRow("nothing") << none << false << false << none;
-        QTest::newRow("-t") << QStringLiteral("-t") << true << false << none;
-        QTest::newRow("-ft alone keeps the restored name") << QStringLiteral("-ft") << false << true << none;
-        QTest::newRow("-ft with a name") << QStringLiteral("-ft|/tmp/a.log") << false << true
-                                         << QStringLiteral("/tmp/a.log");
-        QTest::newRow("-x is ignored") << QStringLiteral("-ft|-x|log.txt") << false << true
-                                       << QStringLiteral("log.txt");
-        QTest::newRow("second path wins")
-            << QStringLiteral("-ft|a.log|b.log") << false << true << QStringLiteral("b.log");
-        QTest::newRow("path before -ft is ignored") << QStringLiteral("/tmp/a.log|-ft") << false << true << none;
-        QTest::newRow("-t then -ft") << QStringLiteral("-t|-ft|x.log") << true << true << QStringLiteral("x.log");
-        QTest::newRow("options are case-sensitive") << QStringLiteral("-T|-FT") << false << false << none;
-        QTest::newRow("-t after -ft is not a name") << QStringLiteral("-ft|-t") << true << true << none;
-        QTest::newRow("an empty argument is a name") << QStringLiteral("-ft|a.log|") << false << true << none;
+        auto row = [](const char* name, const char* arguments, bool trace, bool fileTrace, const char* fileName) {
+            QTest::newRow(name) << QString::fromLatin1(arguments) << trace << fileTrace
+                                << QString::fromLatin1(fileName);
+        };
+        row("nothing", "", false, false, "");
+        row("-t", "-t", true, false, "");
+        row("-ft alone keeps the restored name", "-ft", false, true, "");
+        row("-ft with a name", "-ft|/tmp/a.log", false, true, "/tmp/a.log");
+        row("-x is ignored", "-ft|-x|log.txt", false, true, "log.txt");
+        row("second path wins", "-ft|a.log|b.log", false, true, "b.log");
+        row("path before -ft is ignored", "/tmp/a.log|-ft", false, true, "");
+        row("-t then -ft", "-t|-ft|x.log", true, true, "x.log");
+        row("options are case-sensitive", "-T|-FT", false, false, "");
+        row("-t after -ft is not a name", "-ft|-t", true, true, "");
+        row("an empty argument is a name", "-ft|a.log|", false, true, "");
     }
 
     void parse()
