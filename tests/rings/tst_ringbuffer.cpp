@@ -12,11 +12,7 @@ namespace {
 
 FullEntry entry(std::uint64_t id)
 {
-    FullEntry e;
-    std::memset(&e, 0, sizeof e);
-    e.id = id;
-    std::snprintf(e.text, sizeof e.text, "record %llu", static_cast<unsigned long long>(id));
-    return e;
+    return makeEntry(id, 0, 0, "record " + std::to_string(id));
 }
 
 QString ringName(const char* tag)
