@@ -49,22 +49,19 @@ private slots:
     void fullTurningRingWithUserInput();
 
 private:
-    void writeBurst(int n);
+    // Calls and returns of three threads; every 37th record fails.
+    void writeBurst(int n)
+    {
+        for (int i = 0; i < n; ++i, ++id) {
+            const std::string text = "viWrite(0x1, \"MEAS:VOLT? " + std::to_string(id / 2) + "\")";
+            producer->write(makeCall(7, id / 2 % 3, id / 2, id % 2, text, id % 37 == 1 ? -1073807339 : 0));
+        }
+    }
 
     TraceApplication& app;
     std::unique_ptr<TraceProducer> producer;
     std::uint64_t id = 0;
 };
-
-void TestLiveUnderLoad::writeBurst(int n)
-{
-    for (int i = 0; i < n; ++i, ++id) {
-        FullEntry e = makeEntry(id / 2, 7, id % 2, "viWrite(0x1, \"MEAS:VOLT? " + std::to_string(id / 2) + "\")");
-        e.threadId = static_cast<std::uint32_t>(id / 2 % 3);
-        e.status = id % 37 == 1 ? -1073807339 : 0;
-        producer->write(e);
-    }
-}
 
 void TestLiveUnderLoad::fullTurningRingWithUserInput()
 {
