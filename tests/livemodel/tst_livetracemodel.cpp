@@ -250,20 +250,15 @@ private slots:
         QVERIFY(!p.model.data(p.model.index(0, 0), Qt::ToolTipRole).isValid());
     }
 
-    void colours()
+    // Error rows are red unless a highlight takes them; the call of the current row and its return are
+    // bold, and the call's arrow changes.
+    void coloursAndCurrentCall()
     {
-        Pipeline p(4, {{1, 1, 1, 1, "viRead(1)", -1}, {1, 2, 2, 1, "viWrite(1)"}});
-        QCOMPARE(p.model.data(p.model.index(0, 3), Qt::BackgroundRole).value<QBrush>().color(), QColor(255, 128, 128));
-        QVERIFY(!p.model.data(p.model.index(1, 3), Qt::BackgroundRole).isValid());
-        QVERIFY(p.model.errorInDisplay);
-        p.model.addFilter(rule(SingleFilter::HighlightProcess, 1, "", Qt::green));
-        QCOMPARE(p.model.data(p.model.index(0, 3), Qt::BackgroundRole).value<QColor>(), QColor(Qt::green));
-    }
-
-    void currentCallIsBold()
-    {
-        Pipeline p(5, {{1, 1, 1, 0, "a"}, {1, 2, 2, 0, "b"}, {1, 1, 1, 1, "a"}});
-        QCOMPARE(p.model.rowCount(), 3);
+        Pipeline p(4, {{1, 1, 1, 0, "a"}, {1, 2, 2, 0, "b"}, {1, 1, 1, 1, "a"}, {1, 3, 3, 1, "c", -1}});
+        QCOMPARE(p.model.rowCount(), 4);
+        auto background = [&](int row) { return p.model.data(p.model.index(row, 3), Qt::BackgroundRole); };
+        QVERIFY(p.model.errorInDisplay && !background(0).isValid());
+        QCOMPARE(background(3).value<QBrush>().color(), QColor(255, 128, 128));
         const auto icon = [&](int row) {
             return p.model.headerData(row, Qt::Vertical, Qt::DecorationRole).value<QPixmap>().cacheKey();
         };
@@ -272,15 +267,17 @@ private slots:
         p.model.selectionModel = &selection;
         auto bold = [&] {
             QString rows;
-            for (int r = 0; r < 3; ++r)
+            for (int r = 0; r < 4; ++r)
                 rows += QString::number(p.model.data(p.model.index(r, 0), Qt::FontRole).value<QFont>().bold());
             return rows;
         };
-        QCOMPARE(bold(), QStringLiteral("000"));
+        QCOMPARE(bold(), QStringLiteral("0000"));
         selection.setCurrentIndex(p.model.index(2, 0), QItemSelectionModel::ClearAndSelect | QItemSelectionModel::Rows);
-        QCOMPARE(bold(), QStringLiteral("101"));
+        QCOMPARE(bold(), QStringLiteral("1010"));
         QVERIFY(!p.model.data(p.model.index(1, 0), Qt::FontRole).isValid());
         QVERIFY(plainDown != 0 && icon(0) != plainDown && icon(1) == plainDown);
+        p.model.addFilter(rule(SingleFilter::HighlightThread, 3, "", Qt::green));
+        QCOMPARE(background(3).value<QColor>(), QColor(Qt::green));
     }
 
     void rowCapAndNotifications()
