@@ -5,8 +5,6 @@
 #include "TraceChannelControl.h"
 #include "TraceRecord.h"
 
-#include <QStringList>
-
 #include <signal.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -40,15 +38,6 @@ struct PrivateSegment
     std::string semaphore;
     std::string fileSemaphore;
 };
-
-// Arguments for the traffic generator on the private segment, followed by the given extra ones.
-inline QStringList trafficArguments(PrivateSegment const& segment, const char* extra)
-{
-    return QStringLiteral("--key %1 --semaphore %2 --file-semaphore %3 %4")
-        .arg(QString::number(segment.key), QString::fromStdString(segment.semaphore),
-             QString::fromStdString(segment.fileSemaphore), QLatin1String(extra))
-        .split(QLatin1Char(' '));
-}
 
 // Raw access to a segment, for writing what a broken or hostile producer would write.
 class RawSegment

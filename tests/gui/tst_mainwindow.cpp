@@ -377,8 +377,11 @@ private slots:
         QTest::qWait(2 * ExternalEvents::s_PollInterval + 50);
 
         QProcess generator;
-        generator.start(QStringLiteral(ZEL_TRAFFIC_PATH),
-                        trafficArguments(segment(), "--count 400 --rate 4000 --seed 7 --quiet"));
+        const QString arguments = QStringLiteral("--key %1 --semaphore %2 --file-semaphore %3 --count 400 --rate 4000 "
+                                                 "--seed 7 --quiet")
+                                      .arg(QString::number(segment().key), QString::fromStdString(segment().semaphore),
+                                           QString::fromStdString(segment().fileSemaphore));
+        generator.start(QStringLiteral(ZEL_TRAFFIC_PATH), arguments.split(QLatin1Char(' ')));
         QVERIFY(generator.waitForStarted());
         QTRY_VERIFY_WITH_TIMEOUT(generator.state() == QProcess::NotRunning, 20000);
         QCOMPARE(generator.exitCode(), 0);
