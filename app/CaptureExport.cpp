@@ -294,6 +294,19 @@ bool CaptureWriter::ok() const
     return !failed;
 }
 
+bool writeView(LiveTraceModel const& model, QIODevice& device, Format format)
+{
+    CaptureWriter writer(device, format);
+    writer.begin();
+    const int rows = model.rowCount();
+    for (int r = 0; r < rows; ++r) {
+        if (const LiveTraceModel::Row* row = model.displayRow(r))
+            writer.write(*row);
+    }
+    writer.finish();
+    return writer.ok();
+}
+
 bool exportView(LiveTraceModel const& model, QString const& fileName, Format format, QString* error)
 {
     // Written beside the target and renamed over it, so a failure never leaves half a capture and an
@@ -304,15 +317,7 @@ bool exportView(LiveTraceModel const& model, QString const& fileName, Format for
             *error = QStringLiteral("Cannot write %1: %2").arg(fileName, file.errorString());
         return false;
     }
-    CaptureWriter writer(file, format);
-    writer.begin();
-    const int rows = model.rowCount();
-    for (int r = 0; r < rows; ++r) {
-        if (const LiveTraceModel::Row* row = model.displayRow(r))
-            writer.write(*row);
-    }
-    writer.finish();
-    if (!writer.ok() || !file.commit()) {
+    if (!writeView(model, file, format) || !file.commit()) {
         if (error)
             *error = QStringLiteral("Cannot write %1: %2").arg(fileName, file.errorString());
         return false;

@@ -68,5 +68,7 @@ QString kindName(std::uint64_t displayKind);
 // Writes every row of the model's view to fileName, replacing what the file held. On failure returns
 // false and says why in error.
 bool exportView(LiveTraceModel const& model, QString const& fileName, Format format, QString* error);
+// Every row the model shows, in the format, to an open device; false when a write failed.
+bool writeView(LiveTraceModel const& model, QIODevice& device, Format format);
 
 } // namespace capture

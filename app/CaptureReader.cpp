@@ -254,6 +254,19 @@ public:
         return QString();
     }
 
+    // The six tab-separated fields both text formats begin with; pos ends behind the sixth tab.
+    static bool leadingFields(QByteArray const& line, QList<QByteArray>& head, int& pos)
+    {
+        for (int i = 0; i < 6; ++i) {
+            const int tab = line.indexOf('\t', pos);
+            if (tab < 0)
+                return false;
+            head.append(line.mid(pos, tab - pos));
+            pos = tab + 1;
+        }
+        return true;
+    }
+
     // With dryRun only checks that the line begins a row.
     QString viewTextRow(QByteArray const& line, bool dryRun)
     {
@@ -262,13 +275,8 @@ public:
         // tab after which a duration, a kind and a status follow.
         QList<QByteArray> head;
         int pos = 0;
-        for (int i = 0; i < 6; ++i) {
-            const int tab = line.indexOf('\t', pos);
-            if (tab < 0)
-                return QStringLiteral("it has fewer than 11 fields");
-            head.append(line.mid(pos, tab - pos));
-            pos = tab + 1;
-        }
+        if (!leadingFields(line, head, pos))
+            return QStringLiteral("it has fewer than 11 fields");
         Fields p;
         FullEntry e = blankRecord();
         e.id = p.number<std::uint64_t>(head[1], "id");
@@ -301,13 +309,8 @@ public:
         // id, date and time, elapsed, pid, thread, session, address, duration, kind, status, "text".
         QList<QByteArray> head;
         int pos = 0;
-        for (int i = 0; i < 6; ++i) {
-            const int tab = line.indexOf('\t', pos);
-            if (tab < 0)
-                return QStringLiteral("it has fewer than 11 fields");
-            head.append(line.mid(pos, tab - pos));
-            pos = tab + 1;
-        }
+        if (!leadingFields(line, head, pos))
+            return QStringLiteral("it has fewer than 11 fields");
         Fields p;
         FullEntry e = blankRecord();
         e.id = p.number<std::uint64_t>(head[0], "id");

@@ -40,11 +40,7 @@ QByteArray exportAll(capture::Format format)
     LiveTraceModel& model = fullModel();
     QBuffer out;
     out.open(QIODevice::WriteOnly);
-    capture::CaptureWriter writer(out, format);
-    writer.begin();
-    for (int r = 0; r < model.rowCount(); ++r)
-        writer.write(*model.displayRow(r));
-    writer.finish();
+    capture::writeView(model, out, format);
     return out.data();
 }
 

@@ -61,11 +61,7 @@ inline QByteArray exported(std::vector<ZelTracer::FullEntry> const& records, cap
     model.loadRecords(records);
     QBuffer out;
     out.open(QIODevice::WriteOnly);
-    capture::CaptureWriter writer(out, format);
-    writer.begin();
-    for (int r = 0; r < model.rowCount(); ++r)
-        writer.write(*model.displayRow(r));
-    writer.finish();
+    capture::writeView(model, out, format);
     return out.data();
 }
 
