@@ -13,6 +13,7 @@
 #include "StatisticsPane.h"
 #include "TraceApplication.h"
 #include "ViewFilterDialog.h"
+#include "SettingsGuard.h"
 #include "WindowPlacement.h"
 #include "ZelVersion.h"
 #include "ui_MainWindow.h"
@@ -82,6 +83,8 @@ MainWindow::MainWindow(QWidget* parent, TraceApplication& app)
     , scrollToBottom(false)
     , externalEvents(app.getEndpoints().segmentKey, app.getEndpoints().segmentSemaphore)
 {
+    // Before anything reads the settings store: see dropForeignVariants().
+    dropForeignVariants(QSettings().fileName());
     ui->setupUi(this);
     setupUi();
     setupConnections();

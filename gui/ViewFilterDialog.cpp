@@ -1,5 +1,6 @@
 #include "ViewFilterDialog.h"
 
+#include "SettingsGuard.h"
 #include "WindowPlacement.h"
 #include "ui_ViewFilterDialog.h"
 
@@ -260,6 +261,7 @@ void ViewFilterDialog::loadFile(QString const& fileName)
 
 void ViewFilterDialog::restoreWindowSettings()
 {
+    dropForeignVariants(QSettings().fileName());
     QSettings settings;
     settings.beginGroup(QLatin1String(s_SettingsGroup));
     const bool fullscreen = restorePlacement(*this, settings);
