@@ -1,6 +1,7 @@
 // A view filter file of more rules than anyone edits is refused by the dialog with a message; the
 // largest accepted size loads, and a foreign file is still ignored without a word.
 #include "ModelFilters.h"
+#include "SettingsGuard.h"
 #include "ViewFilterDialog.h"
 
 #include <QApplication>
@@ -16,6 +17,8 @@ class TestHostileFiles : public QObject
 private slots:
     void ruleCountIsBounded_data();
     void ruleCountIsBounded();
+    void forgedSettingsValuesDropped_data();
+    void forgedSettingsValuesDropped();
 
 private:
     QTemporaryDir dir;
@@ -67,6 +70,38 @@ void TestHostileFiles::ruleCountIsBounded()
     dialog.loadFile(path);
     QCOMPARE(dialog.viewFilters.filters.size(), loaded);
     QCOMPARE(shown.contains(QString::number(ModelFilters::s_MaxFileRules)), message);
+}
+
+void TestHostileFiles::forgedSettingsValuesDropped_data()
+{
+    QTest::addColumn<QByteArray>("line");
+    QTest::addColumn<bool>("kept");
+    // A polygon of 0x7FFFFFFF points, as a settings file may claim one.
+    QTest::newRow("forged polygon") << QByteArray("size=@Variant(\\0\\0\\0G\\x7f\\xff\\xff\\xff)") << false;
+    QTest::newRow("escaped at sign") << QByteArray("size=\\x40Variant(\\0\\0\\0G\\x7f\\xff\\xff\\xff)") << false;
+    QTest::newRow("quoted") << QByteArray("size=\"@Variant(\\0\\0\\0G\\x7f\\xff\\xff\\xff)\"") << false;
+    QTest::newRow("colour") << QByteArray(
+        "FilterColor0=@Variant(\\0\\0\\0\\x43\\x1\\xff\\xff\\xff\\xff\\0\\0\\0\\0\\0\\0)")
+                            << true;
+    QTest::newRow("plain size") << QByteArray("size=@Size(800 600)") << true;
+}
+
+void TestHostileFiles::forgedSettingsValuesDropped()
+{
+    QFETCH(QByteArray, line);
+    QFETCH(bool, kept);
+    const QString path = dir.filePath(QStringLiteral("store.conf"));
+    {
+        QFile file(path);
+        QVERIFY(file.open(QIODevice::WriteOnly | QIODevice::Truncate));
+        file.write("[MainWindow]\n" + line + "\nPauseOnError=true\n");
+    }
+    gui::dropForeignVariants(path);
+    QFile file(path);
+    QVERIFY(file.open(QIODevice::ReadOnly));
+    const QByteArray text = file.readAll();
+    QCOMPARE(text.contains(line), kept);
+    QVERIFY(text.contains("PauseOnError=true"));
 }
 
 int main(int argc, char** argv)
