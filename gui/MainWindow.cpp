@@ -602,7 +602,10 @@ void MainWindow::setupAnalysis()
     int wanted = 0;
     for (int column : yielding)
         wanted += header->sectionSize(column);
-    const int room = std::max(width() * 3 / 5 - fixed, 3 * 60);
+    // Against the width the window is about to take: a stored size is only applied later.
+    const QSize stored = settings.value(QLatin1String(s_SettingsGroup) + QStringLiteral("/size")).toSize();
+    const int windowWidth = stored.isValid() ? stored.width() : width();
+    const int room = std::max(windowWidth * 3 / 5 - fixed, 3 * 60);
     for (int column : yielding) {
         if (wanted > room)
             header->resizeSection(column, header->sectionSize(column) * room / wanted);
