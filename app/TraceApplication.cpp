@@ -95,9 +95,11 @@ void TraceApplication::setDisplayPause(bool pause)
 }
 
 // For long unattended runs (scripts/soak.sh): the counts of this run, written where the variable
-// ZEL_SOAK_REPORT points when the tool quits. Without the variable nothing is written.
+// ZEL_SOAK_REPORT points when the tool quits. Only a soak build (ZEL_SOAK_BUILD) has it: the program
+// people run reads no variable of its own.
 void TraceApplication::writeRunReport()
 {
+#ifdef ZEL_SOAK_BUILD
     const QString path = qEnvironmentVariable("ZEL_SOAK_REPORT");
     if (path.isEmpty())
         return;
@@ -110,6 +112,7 @@ void TraceApplication::writeRunReport()
         = ring.empty() ? 0 : ring((ring.end + ring.numberOfElements() - 1) % ring.numberOfElements()).reserved;
     QTextStream(&file) << "taken " << taken << "\nlost " << model.getLossCounter().total() << "\nrows "
                        << model.rowCount() << '\n';
+#endif
 }
 
 void TraceApplication::quit()

@@ -7,6 +7,9 @@
 #
 # usage: scripts/soak.sh [--minutes N] [--rate N] [--processes N] [--threads N] [--build DIR]
 #
+# The counts come from a soak build of the program (CMake option ZEL_SOAK_BUILD, which the program
+# people run does not have): the script configures and builds one in DIR (default build-soak).
+#
 # The program always uses the product's segment key, semaphores and shared ring, so the run happens
 # inside an isolation wrapper (private System V IPC, /dev/shm, /tmp and settings): ISO names it
 # (default /work/shared/tools/iso). Without one the script refuses to run unless ISO=none is given,
@@ -17,7 +20,7 @@ minutes=1
 rate=2000
 processes=4
 threads=2
-build=build
+build=build-soak
 while [ $# -gt 0 ]; do
     case $1 in
         --minutes) minutes=$2; shift 2 ;;
@@ -29,6 +32,11 @@ while [ $# -gt 0 ]; do
     esac
 done
 here=$(cd "$(dirname "$0")" && pwd)
+
+if [ -z "${ZEL_SOAK_INNER:-}" ]; then
+    cmake -S "$here/.." -B "$build" -DCMAKE_BUILD_TYPE=RelWithDebInfo -DZEL_SOAK_BUILD=ON >/dev/null
+    cmake --build "$build" -j "$(nproc)" --target ZelVisaTraceTool zel-traffic >/dev/null
+fi
 build=$(cd "$build" && pwd)
 
 if [ -z "${ZEL_SOAK_INNER:-}" ]; then
