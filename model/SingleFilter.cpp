@@ -127,14 +127,14 @@ void SingleFilter::fromStream(QDataStream& stream)
     readColor(stream, color);
 }
 
-// A colour from a file carries its own specification byte, and QColor stores whatever it reads
-// there in its enum: a byte outside the known specifications would be undefined behaviour. So
-// the 11 bytes are taken first and only a known specification is handed to QColor; any other
+// A colour from a file carries its own colour-model byte, and QColor stores whatever it reads
+// there in its enum: a byte outside the known colour models would be undefined behaviour. So
+// the 11 bytes are taken first and only a known colour model is handed to QColor; any other
 // leaves the colour as it was.
 bool SingleFilter::readColor(QDataStream& stream, QColor& color)
 {
     if (stream.version() < QDataStream::Qt_4_0) {
-        stream >> color; // the old form is a plain RGB word with no specification byte
+        stream >> color; // the old form is a plain RGB word with no colour-model byte
         return true;
     }
     constexpr int colorBytes = 1 + 5 * 2;
@@ -143,8 +143,8 @@ bool SingleFilter::readColor(QDataStream& stream, QColor& color)
         stream.setStatus(QDataStream::ReadPastEnd);
         return false;
     }
-    const auto spec = static_cast<signed char>(raw[0]);
-    if (spec < QColor::Invalid || spec > QColor::ExtendedRgb)
+    const auto model = static_cast<signed char>(raw[0]);
+    if (model < QColor::Invalid || model > QColor::ExtendedRgb)
         return false;
     QDataStream colorStream(QByteArray::fromRawData(raw, colorBytes));
     colorStream.setVersion(stream.version());
@@ -158,7 +158,7 @@ QColor SingleFilter::checkedColor(QVariant const& value, QColor const& fallback)
 {
     QColor color = fallback;
     if (value.userType() == QMetaType::QColor) {
-        // Copying the stored colour out would already read its specification; its bytes are safe.
+        // Copying the stored colour out would already read its colour model; its bytes are safe.
         QByteArray bytes;
         {
             QDataStream out(&bytes, QIODevice::WriteOnly);
@@ -168,7 +168,7 @@ QColor SingleFilter::checkedColor(QVariant const& value, QColor const& fallback)
         if (!readColor(in, color))
             return fallback;
     } else if (value.canConvert<QColor>()) {
-        color = value.value<QColor>(); // a name or "#rrggbb": parsed, so always a known specification
+        color = value.value<QColor>(); // a name or "#rrggbb": parsed, so always a known colour model
     }
     return color.isValid() ? color : fallback;
 }

@@ -89,7 +89,7 @@ public:
     void toStream(QDataStream& stream) const;
     void fromStream(QDataStream& stream);
     // A colour from outside (a settings store anyone may edit): fallback unless it is a valid
-    // colour of a known specification.
+    // colour of a known colour model.
     static QColor checkedColor(QVariant const& value, QColor const& fallback);
 
     bool operator==(SingleFilter const& other) const
