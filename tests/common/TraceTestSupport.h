@@ -177,33 +177,17 @@ inline std::vector<ZelTracer::FullEntry> walk(ZelTracer::TraceChannelControl& co
     return records;
 }
 
-// The tool's snapshot resets the ring after releasing the lock and may lose what a producer adds in
-// between, which the design accepts. To check that producers themselves never lose or tear a record
-// while the ring has room, this reader advances the read index past what it consumed instead.
-class LosslessReader
+// Drains a segment as the tool does: the snapshot empties the ring while it still holds the lock,
+// so tests can check that producers never lose or tear a record while the ring has room.
+struct LosslessReader
 {
-public:
     explicit LosslessReader(PrivateSegment const& segment)
         : control(segment.key, ZelTracer::s_VisaSharedMemorySize, segment.semaphore)
-        , memory(segment.key, segment.semaphore)
-    {
-        memory.create(ZelTracer::s_VisaSharedMemorySize, ZelTracer::SharedMemory::ReadWrite);
-    }
-
+    { }
     std::vector<ZelTracer::FullEntry> drain()
     {
-        control.copySharedMemory(false);
-        const unsigned long consumed = control.countCopy();
-        std::vector<ZelTracer::FullEntry> records = walk(control);
-        memory.lock();
-        auto* header = static_cast<ZelTracer::SharedMemoryHeader*>(memory.getAddress());
-        header->readIndex = static_cast<std::uint32_t>((header->readIndex + consumed) % slotCount());
-        memory.unlock();
-        return records;
+        control.copySharedMemory(true);
+        return walk(control);
     }
-
-    static std::uint32_t slotCount() { return ZelTracer::slotCountFor(ZelTracer::s_VisaSharedMemorySize); }
-
     ZelTracer::TraceChannelControl control;
-    ZelTracer::SharedMemory memory;
 };
