@@ -11,20 +11,21 @@
 #include <cstring>
 #include <memory>
 
-// What every target needs: an offscreen application (cells make pixmaps and fonts), a private
-// settings store, and input bytes taken in order, reading as zero once they run out.
+// What every target needs: an offscreen application (cells make pixmaps and fonts) of the given
+// type, made once on a private settings store, and input bytes taken in order, reading as zero
+// once they run out.
 namespace FuzzSupport {
 
-inline QApplication& application()
+template<class App = QApplication, class... Extra> App& application(Extra... extra)
 {
     static QTemporaryDir config(QDir::tempPath() + QStringLiteral("/zelfuzz-XXXXXX"));
     static int argc = 1;
     static char name[] = "zelfuzz";
     static char* argv[] = {name, nullptr};
-    static std::unique_ptr<QApplication> app = [] {
+    static std::unique_ptr<App> app = [&] {
         qputenv("QT_QPA_PLATFORM", "offscreen");
         qputenv("XDG_CONFIG_HOME", config.path().toUtf8());
-        return std::make_unique<QApplication>(argc, argv);
+        return std::make_unique<App>(argc, argv, extra...);
     }();
     return *app;
 }
@@ -61,3 +62,12 @@ private:
 };
 
 } // namespace FuzzSupport
+
+// Whatever a target makes once is made before the first input, so that it never counts as a leak
+// of that input.
+#define ZEL_FUZZ_SETUP(expression)                                                                                     \
+    extern "C" int LLVMFuzzerInitialize(int*, char***)                                                                 \
+    {                                                                                                                  \
+        expression;                                                                                                    \
+        return 0;                                                                                                      \
+    }

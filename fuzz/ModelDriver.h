@@ -43,9 +43,13 @@ public:
 
     char* ringData() { return static_cast<char*>(ring->data()); }
 
-    // Every cell and header of every row, in every role the view asks for.
-    void readAllCells()
+    // The three stages, then every cell and header of every row in every role the view asks for.
+    void runStagesAndReadAll()
     {
+        model->updateSharedData();
+        model->updateInternalData();
+        model->updateDisplayData();
+        model->getPids();
         static const int roles[] = {Qt::DisplayRole,    Qt::DecorationRole, Qt::EditRole, Qt::ToolTipRole,
                                     Qt::BackgroundRole, Qt::ForegroundRole, Qt::FontRole, Qt::TextAlignmentRole,
                                     Qt::SizeHintRole,   Qt::CheckStateRole, Qt::UserRole};

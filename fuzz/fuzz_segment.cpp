@@ -4,12 +4,7 @@
 
 #include <cstring>
 
-// Set up before the first input, so that nothing made once counts as a leak of that input.
-extern "C" int LLVMFuzzerInitialize(int*, char***)
-{
-    ModelDriver::instance();
-    return 0;
-}
+ZEL_FUZZ_SETUP(ModelDriver::instance())
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size)
 {
@@ -52,11 +47,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     } else {
         model.setFilter(ModelFilters());
     }
-    model.updateSharedData();
-    model.updateInternalData();
-    model.updateDisplayData();
-    d.readAllCells();
-    model.getPids();
+    d.runStagesAndReadAll();
     if (options & 0x80)
         model.clear();
     return 0;

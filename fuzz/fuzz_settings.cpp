@@ -1,16 +1,14 @@
 // The settings store as anyone may have edited it: the input is the store's file, read by the
 // main window's and the view filter dialog's restore paths and by a quick filter's colour.
+#include "FuzzSupport.h"
 #include "MainWindow.h"
 #include "TraceApplication.h"
 #include "ViewFilterDialog.h"
 
-#include "TestNames.h"
-
-#include <QDir>
 #include <QFile>
 #include <QSettings>
-#include <QTemporaryDir>
 
+// Resources are registered outside any namespace.
 static void initIcons()
 {
     Q_INIT_RESOURCE(icons);
@@ -21,21 +19,17 @@ namespace {
 struct Fixture
 {
     Fixture()
-        : config(QDir::tempPath() + QStringLiteral("/zelfuzz-XXXXXX"))
-        , key(TestNames::segmentKey(2))
+        : key(TestNames::segmentKey(2))
         , semaphore(TestNames::semaphoreName("fuzzset"))
+        , app(FuzzSupport::application<TraceApplication>(
+              TraceEndpoints {key, semaphore, QString::fromStdString(TestNames::sharedRingName("fuzzset"))}))
     {
-        qputenv("QT_QPA_PLATFORM", "offscreen");
-        qputenv("XDG_CONFIG_HOME", config.path().toUtf8());
         initIcons();
-        app = std::make_unique<TraceApplication>(
-            argc, argv, TraceEndpoints {key, semaphore, QString::fromStdString(TestNames::sharedRingName("fuzzset"))});
         // Fonts and styles are loaded once, on the first window; that is no leak of any input.
-        gui::MainWindow warmUp(nullptr, *app);
+        gui::MainWindow warmUp(nullptr, app);
     }
     ~Fixture()
     {
-        app.reset();
         TestNames::removeSegment(key);
         TestNames::unlinkSemaphore(semaphore);
     }
@@ -45,24 +39,15 @@ struct Fixture
         return fixture;
     }
 
-    QTemporaryDir config;
     int key;
     std::string semaphore;
-    int argc = 1;
-    char name[8] = "zelfuzz";
-    char* argv[2] = {name, nullptr};
-    std::unique_ptr<TraceApplication> app;
+    TraceApplication& app;
     unsigned run = 0;
 };
 
 } // namespace
 
-// Set up before the first input, so that nothing made once counts as a leak of that input.
-extern "C" int LLVMFuzzerInitialize(int*, char***)
-{
-    Fixture::instance();
-    return 0;
-}
+ZEL_FUZZ_SETUP(Fixture::instance())
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size)
 {
@@ -77,11 +62,11 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
         out.write(reinterpret_cast<const char*>(data), static_cast<qint64>(size));
     }
     {
-        gui::MainWindow window(nullptr, *f.app);
+        gui::MainWindow window(nullptr, f.app);
         QMetaObject::invokeMethod(&window, "popupmenuTriggered", Q_ARG(int, 0));
-        gui::ViewFilterDialog dialog(&window, f.app->getModel().getFilters());
+        gui::ViewFilterDialog dialog(&window, f.app.getModel().getFilters());
     }
-    f.app->getModel().setFilter(ModelFilters());
+    f.app.getModel().setFilter(ModelFilters());
     QFile::remove(file);
     return 0;
 }

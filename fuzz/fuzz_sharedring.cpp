@@ -5,12 +5,7 @@
 
 #include <cstring>
 
-// Set up before the first input, so that nothing made once counts as a leak of that input.
-extern "C" int LLVMFuzzerInitialize(int*, char***)
-{
-    ModelDriver::instance();
-    return 0;
-}
+ZEL_FUZZ_SETUP(ModelDriver::instance())
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size)
 {
@@ -38,11 +33,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     model.setShowOnlyStringParameters(options & 8);
     if (options & 0x10)
         model.clear();
-    model.updateSharedData();
-    model.updateInternalData();
-    model.updateDisplayData();
-    d.readAllCells();
-    model.getPids();
+    d.runStagesAndReadAll();
     model.detachSharedRingBuffer();
     return 0;
 }

@@ -2,12 +2,7 @@
 #include "FuzzSupport.h"
 #include "ValueFormat.h"
 
-// Set up before the first input, so that nothing made once counts as a leak of that input.
-extern "C" int LLVMFuzzerInitialize(int*, char***)
-{
-    FuzzSupport::application();
-    return 0;
-}
+ZEL_FUZZ_SETUP(FuzzSupport::application())
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size)
 {

@@ -23,12 +23,7 @@ ZelTracer::FullEntry record(std::uint32_t n, const char* address, const char* te
 
 } // namespace
 
-// Set up before the first input, so that nothing made once counts as a leak of that input.
-extern "C" int LLVMFuzzerInitialize(int*, char***)
-{
-    FuzzSupport::application();
-    return 0;
-}
+ZEL_FUZZ_SETUP(FuzzSupport::application())
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size)
 {
