@@ -124,12 +124,12 @@ void CaptureWindow::setupMenus()
     QMenu* file = menuBar()->addMenu(tr("&File"));
     file->addAction(tr("&Export view..."), this, [this] { askAndExport(this, captureModel); });
     file->addSeparator();
-    const std::uint64_t part = capture::CaptureReader::s_MaxRecords;
-    partActions << file->addAction(tr("E&arlier records"), this, [this, part] {
+    constexpr std::uint64_t part = capture::CaptureReader::s_MaxRecords;
+    partActions << file->addAction(tr("E&arlier records"), this, [this] {
         showPart(first > part ? first - part : 0);
-    }) << file->addAction(tr("&Later records"), this, [this, part] {
+    }) << file->addAction(tr("&Later records"), this, [this] {
         showPart(std::min(first + part, total > part ? total - part : 0));
-    }) << file->addAction(tr("Part with the first &failed call"), this, [this, part] {
+    }) << file->addAction(tr("Part with the first &failed call"), this, [this] {
         showPart(static_cast<std::uint64_t>(std::max<std::int64_t>(0, firstError - part / 2)), true);
     });
     partActions[0]->setShortcut(QKeySequence(Qt::ALT + Qt::Key_PageUp));
