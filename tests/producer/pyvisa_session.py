@@ -1,4 +1,11 @@
-"""A plain PyVISA session against the simulated instrument; the test runs it through @zeltrace."""
+"""A plain PyVISA session against the simulated instrument; the test runs it through @zeltrace.
+
+pyvisa_session.trace is what it must leave in the segment, one line per call: the call's address
+and text, "=>", then the return's status and text ("=" when unchanged). A is the address as given,
+A0 its canonical form, RM and S the two sessions; 1073676293 is VI_SUCCESS_TERM_CHAR and
+-1073807339 VI_ERROR_TMO. The binary block holds a line feed: the first read stops there and the
+rest of the block follows.
+"""
 
 import sys
 

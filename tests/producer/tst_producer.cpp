@@ -1,0 +1,334 @@
+// The traced side: the producer, its log file and the tool's count of what it lost, with real
+// processes on private names for the faults (killed lock holders, bad lock files, the umask, many
+// threads). None of these may hang, crash or corrupt the traced program.
+
+#include "LossCounter.h"
+#include "SharedFile.h"
+#include "TraceProducer.h"
+#include "TraceTestSupport.h"
+
+#include <QtTest>
+
+#include <sys/stat.h>
+
+#include <atomic>
+#include <cstdlib>
+#include <ctime>
+#include <thread>
+
+using namespace ZelTracer;
+using Outcome = TraceProducer::Outcome;
+using Records = QVector<QPair<uint, quint64>>; // (pid, reserved) in arrival order
+Q_DECLARE_METATYPE(Outcome)
+
+namespace {
+
+int semaphoreValue(std::string const& name)
+{
+    sem_t* s = sem_open(name.c_str(), 0);
+    int value = -1;
+    if (s != SEM_FAILED) {
+        sem_getvalue(s, &value);
+        sem_close(s);
+    }
+    return value;
+}
+
+} // namespace
+
+class TestProducer : public QObject
+{
+    Q_OBJECT
+
+private slots:
+    void initTestCase()
+    {
+        qputenv("TZ", "UTC");
+        tzset();
+    }
+
+    void write_data()
+    {
+        QTest::addColumn<bool>("active");
+        QTest::addColumn<uint>("pidFilter");
+        QTest::addColumn<QByteArray>("messageFilter");
+        QTest::addColumn<int>("length"); // of the text, padded after the command
+        QTest::addColumn<Outcome>("outcome");
+        auto row = [](const char* name, bool active, uint pid, const char* message, int length, Outcome outcome) {
+            QTest::newRow(name) << active << pid << QByteArray(message) << length << outcome;
+        };
+        row("tracing off", false, 0, "", 19, Outcome::Inactive);
+        row("no filter", true, 0, "", 19, Outcome::Written);
+        row("own pid", true, 100, "", 19, Outcome::Written);
+        row("other pid", true, 101, "", 19, Outcome::Filtered);
+        row("message in other case", true, 0, "IDN?", 19, Outcome::Written);
+        row("message absent", true, 0, "viRead", 19, Outcome::Filtered);
+        row("both must match", true, 101, "idn", 19, Outcome::Filtered);
+        // A ring of five slots, one of which always stays free: four hold 319 characters and the terminator.
+        row("four slots fit", true, 0, "", 319, Outcome::Written);
+        row("five slots are dropped whole", true, 0, "", 320, Outcome::Dropped);
+    }
+
+    void write()
+    {
+        QFETCH(bool, active);
+        QFETCH(uint, pidFilter);
+        QFETCH(QByteArray, messageFilter);
+        QFETCH(int, length);
+        QFETCH(Outcome, outcome);
+        PrivateSegment segment(30);
+        const unsigned long size = s_HeaderSize + 5 * s_SlotSize;
+        TraceChannelControl control(segment.key, size, segment.semaphore);
+        TraceProducer producer(segment.key, size, segment.semaphore, segment.fileSemaphore);
+        control.setTracingActive(active);
+        control.setPidFilter(pidFilter);
+        control.setMessageFilter(messageFilter.toStdString());
+        std::string text = "viWrite(1, \"*idn?\")";
+        text.resize(static_cast<std::size_t>(length), 'x');
+
+        QCOMPARE(producer.write(makeEntry(1, 100, 0, text)), outcome);
+        control.copySharedMemory(true);
+        const std::vector<FullEntry> records = walk(control);
+        QCOMPARE(QByteArray(records.size() == 1 ? records[0].text : "none"),
+                 QByteArray(outcome == Outcome::Written ? text.c_str() : "none"));
+    }
+
+    void logLine_data()
+    {
+        QTest::addColumn<QByteArray>("text");
+        QTest::addColumn<QByteArray>("quoted");
+        QTest::newRow("plain command") << QByteArray("viWrite(0x1, \"*IDN?\\n\", 6, 6)")
+                                       << QByteArray("\"viWrite(0x1, \"*IDN?\\n\", 6, 6)\"");
+        QTest::newRow("tab and quote pass through") << QByteArray("a\t\"b") << QByteArray("\"a\t\"b\"");
+        QTest::newRow("empty text") << QByteArray() << QByteArray("\"\"");
+        QTest::newRow("text without terminator is written empty")
+            << QByteArray(sizeof(FullEntry::text), 'x') << QByteArray("\"\"");
+    }
+
+    void logLine()
+    {
+        QFETCH(QByteArray, text);
+        QFETCH(QByteArray, quoted);
+        FullEntry entry = makeEntry(1, 100, 0, "");
+        std::memcpy(entry.text, text.constData(), static_cast<std::size_t>(text.size()));
+        PrivateSegment names(31);
+        const std::string name = dir.path().toStdString() + "/line.log";
+        std::remove(name.c_str());
+        {
+            SharedFile file(names.fileSemaphore);
+            file.setFreeSpaceQuery([](std::string const&) { return 1e6; });
+            file.openFile(name);
+            file.write(entry);
+        }
+        QCOMPARE(QByteArray::fromStdString(fileText(name)),
+                 QByteArray(
+                     "1\t2023-11-14 22:13:21\t1.50000e+00\t100\t101\t7\tGPIB0::22::INSTR\t1.23457e-03\t0\t-1073807339\t"
+                     + quoted + '\n'));
+    }
+
+    // The disk is checked on the first line and then on every 10001st; below 500 MB the file gets the
+    // message and nothing more from this process, although space comes back at once.
+    void diskFullStopsForGood()
+    {
+        PrivateSegment names(32);
+        const std::string name = dir.path().toStdString() + "/full.log";
+        SharedFile file(names.fileSemaphore);
+        int checks = 0;
+        file.setFreeSpaceQuery([&](std::string const& asked) { return ++checks == 2 || asked != name ? 499.0 : 1e6; });
+        file.openFile(name);
+        for (int i = 0; i < 10001 + 20; ++i)
+            file.write(makeEntry(1, 100, 0, "x"));
+        const QByteArray text = QByteArray::fromStdString(fileText(name));
+        QCOMPARE(QStringLiteral("%1 %2 %3").arg(checks).arg(text.count('\n')).arg(file.isDiskFull()),
+                 QStringLiteral("2 10003 1"));
+        QVERIFY(text.endsWith("\"x\"\n# Not enough disk space left. At least 5.00000e+02MB are required.\n"
+                              "# To resume logging close all applications using the Zel VISA, free "
+                              "disk space and restart.\n"));
+    }
+
+    void lossCounter_data()
+    {
+        QTest::addColumn<Records>("records");
+        QTest::addColumn<QString>("lost"); // the total, then pid:loss of each process with a loss
+        const quint64 m = TraceProducer::s_SequenceTag;
+        auto row = [](const char* name, Records records, const char* lost) {
+            QTest::newRow(name) << records << QString::fromLatin1(lost);
+        };
+        row("no gap", {{1, m | 1}, {1, m | 2}, {1, m | 3}}, "0");
+        row("first record seen is the start", {{1, m | 500}, {1, m | 501}}, "0");
+        row("gaps per process", {{1, m | 1}, {2, m | 7}, {1, m | 4}, {2, m | 10}, {1, m | 5}}, "4 1:2 2:2");
+        row("other producers ignored", {{1, m | 1}, {1, 0}, {1, 77}, {1, 0x5A55000000000009ull}, {1, m | 2}}, "0");
+        row("late arrival", {{1, m | 1}, {1, m | 3}, {1, m | 2}, {1, m | 4}}, "0");
+        row("same record twice", {{1, m | 1}, {1, m | 1}, {1, m | 2}}, "0");
+        row("reused pid starts again", {{1, m | 1000}, {1, m | 1}, {1, m | 3}}, "1 1:1");
+    }
+
+    void lossCounter()
+    {
+        QFETCH(Records, records);
+        QFETCH(QString, lost);
+        LossCounter counter;
+        for (const auto& r : records)
+            counter.add(r.first, r.second);
+        QString shown = QString::number(counter.total());
+        for (const auto& [pid, count] : counter.lossByProcess())
+            shown += QStringLiteral(" %1:%2").arg(pid).arg(count);
+        QCOMPARE(shown, lost);
+    }
+
+    void lossCounterMemoryStaysBounded()
+    {
+        LossCounter counter(16);
+        for (std::uint32_t pid = 1; pid <= 100000; ++pid) {
+            counter.add(pid, TraceProducer::s_SequenceTag | 1);
+            counter.add(pid, TraceProducer::s_SequenceTag | 3);
+            counter.add(200000, TraceProducer::s_SequenceTag | pid); // seen all along, losing nothing
+        }
+        QVERIFY(counter.trackedProcesses() == 16 && counter.total() == 100000 && counter.lostFor(200000) == 0);
+    }
+
+    void killedLogWriterDoesNotHangTheNext()
+    {
+        PrivateSegment segment(41);
+        QTemporaryDir logDir;
+        TraceChannelControl control(segment.key, s_VisaSharedMemorySize, segment.semaphore);
+        control.setTracingActive(true);
+        control.settracingToFileActive(true, logDir.filePath(QStringLiteral("trace.log")).toStdString());
+        // A writer dies between taking the file lock and releasing it.
+        QVERIFY(killedHolding([&] { return (new SharedFile(segment.fileSemaphore))->lock(); }));
+        // The next producer keeps tracing into the segment and drops and counts its log lines.
+        TraceProducer producer(segment.key, s_VisaSharedMemorySize, segment.semaphore, segment.fileSemaphore);
+        for (std::uint64_t id = 1; id <= 50; ++id)
+            producer.write(makeEntry(id, 100, 0, "viWrite"));
+        control.copySharedMemory(true);
+        QCOMPARE(QStringLiteral("%1 %2").arg(walk(control).size()).arg(producer.getFileDropped()),
+                 QStringLiteral("50 50"));
+    }
+
+    void lockBreakRestoresOneHolder()
+    {
+        PrivateSegment segment(42);
+        SharedMemory holder(segment.key, segment.semaphore), waiter(segment.key, segment.semaphore);
+        QVERIFY(holder.lock());
+        QVERIFY(waiter.lock()); // breaks after about a second: the holder looks dead
+        holder.unlock(); // ...but was only slow
+        waiter.unlock();
+        QCOMPARE(semaphoreValue(segment.semaphore), 2);
+        SharedMemory next(segment.key, segment.semaphore);
+        QVERIFY(next.lock());
+        QCOMPARE(semaphoreValue(segment.semaphore), 0); // nobody else gets in while `next` holds it
+    }
+
+    // Eight threads write long texts through one producer against a message filter, while a tool drains
+    // the segment and another process keeps switching the log file. No waiter breaks the lock (the break
+    // writes its line to stderr) or finds it open to two; every record that passed the filter is written
+    // or dropped, every written record arrives whole, and every log line is whole or counted as dropped.
+    void threadsShareAProducer()
+    {
+        PrivateSegment segment(43);
+        const std::string logs[2] = {dir.path().toStdString() + "/a", dir.path().toStdString() + "/b"};
+        LosslessReader reader(segment);
+        reader.control.setTracingActive(true);
+        reader.control.setMessageFilter("needle");
+        reader.control.settracingToFileActive(true, logs[0]);
+        const pid_t switcher = fork();
+        if (switcher == 0) {
+            TraceChannelControl control(segment.key, s_VisaSharedMemorySize, segment.semaphore);
+            for (int i = 0;; ++i, usleep(500))
+                control.settracingToFileActive(true, logs[i % 2]);
+        }
+        TraceProducer producer(segment.key, s_VisaSharedMemorySize, segment.semaphore, segment.fileSemaphore);
+        producer.getFile().setFreeSpaceQuery([](std::string const&) { return 1e6; });
+        constexpr int threads = 8, perThread = 1500;
+        std::atomic<int> running {threads};
+        std::atomic<quint64> passed {0};
+        std::vector<std::thread> workers;
+        for (int t = 0; t < threads; ++t) {
+            workers.emplace_back([&, t] {
+                for (int i = 0; i < perThread; ++i) {
+                    std::string text(TraceProducer::s_MaxTextLength, char('a' + t));
+                    if (i % 2 == 0)
+                        text.replace(900, 6, "NEEDLE");
+                    const Outcome outcome = producer.write(makeEntry(t * perThread + i, 100, 0, text));
+                    passed += outcome == Outcome::Written || outcome == Outcome::Dropped;
+                }
+                --running;
+            });
+        }
+        auto whole = [](QByteArray const& text) {
+            return text.size() == 959
+                && text == QByteArray(QByteArray(900, text[0]) + "NEEDLE" + QByteArray(53, text[0]));
+        };
+        quint64 wholeRecords = 0, wholeLines = 0;
+        int highestValue = 0;
+        const std::string errors = stderrOf([&] {
+            for (bool last = false; !last; usleep(2000)) {
+                last = running == 0;
+                for (const FullEntry& e : reader.drain())
+                    wholeRecords += whole(e.text);
+                highestValue = std::max(highestValue, semaphoreValue(segment.semaphore));
+            }
+        });
+        kill(switcher, SIGKILL);
+        waitpid(switcher, nullptr, 0);
+        for (std::thread& w : workers)
+            w.join();
+        for (const std::string& log : logs) {
+            for (const QByteArray& line : QByteArray::fromStdString(fileText(log)).split('\n'))
+                wholeLines += line.count('\t') == 10 && line.endsWith('"')
+                    && whole(line.mid(line.lastIndexOf('\t') + 2).chopped(1));
+        }
+        QVERIFY2(errors.find("breaking") == std::string::npos, errors.c_str());
+        QVERIFY(highestValue <= 1);
+        const QVector<quint64> counts = {passed.load(), producer.getWritten() + producer.getDropped(),
+                                         wholeRecords + producer.getDropped(), wholeLines + producer.getFileDropped()};
+        QCOMPARE(counts, QVector<quint64>(4, threads * perThread / 2));
+    }
+
+    void lockFiles_data()
+    {
+        QTest::addColumn<bool>("fileLock");
+        QTest::addColumn<int>("bytes"); // of the file left there beforehand; -1: none, the producer makes it
+        QTest::newRow("segment lock made under umask 022") << false << -1;
+        QTest::newRow("log file lock made under umask 022") << true << -1;
+        QTest::newRow("empty segment lock") << false << 0;
+        QTest::newRow("truncated segment lock") << false << 16;
+        QTest::newRow("oversized segment lock") << false << 4096;
+        QTest::newRow("empty log file lock") << true << 0;
+    }
+
+    // Any local user can leave a bad lock file, which glibc would map blindly and die of SIGBUS on first
+    // use; a good lock must open to the programs of every user whatever the umask.
+    void lockFiles()
+    {
+        QFETCH(bool, fileLock);
+        QFETCH(int, bytes);
+        PrivateSegment segment(46);
+        const std::string name = fileLock ? segment.fileSemaphore : segment.semaphore;
+        const std::string toolLock = TestNames::semaphoreName("tool46");
+        TraceChannelControl control(segment.key, s_VisaSharedMemorySize, toolLock);
+        control.setTracingActive(true);
+        control.settracingToFileActive(true, dir.path().toStdString() + "/locks.log");
+        if (bytes >= 0)
+            std::ofstream(semaphoreFilePath(name), std::ios::binary) << std::string(std::size_t(bytes), '\0');
+        // The umask belongs to the whole process, and a SIGBUS would end it: the producer runs in a child.
+        const bool passed = passesInChild([&] {
+            umask(022);
+            TraceProducer producer(segment.key, s_VisaSharedMemorySize, segment.semaphore, segment.fileSemaphore);
+            const Outcome outcome = producer.write(makeEntry(1, 100, 0, "viWrite"));
+            if (bytes < 0 || fileLock) // a bad log file lock loses only the log line
+                return outcome == Outcome::Written && producer.getFileDropped() == (bytes < 0 ? 0u : 1u);
+            return outcome == Outcome::NoSegment && !producer.lockProblem().empty();
+        });
+        TestNames::unlinkSemaphore(toolLock);
+        QVERIFY(passed);
+        struct stat info = {};
+        QVERIFY(bytes >= 0 || (stat(semaphoreFilePath(name).c_str(), &info) == 0 && (info.st_mode & 0777) == 0666));
+    }
+
+private:
+    QTemporaryDir dir;
+};
+
+QTEST_GUILESS_MAIN(TestProducer)
+#include "tst_producer.moc"
