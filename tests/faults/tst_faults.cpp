@@ -17,13 +17,7 @@ using SharedRing = RingBufferSharedMem<FullEntry>;
 
 constexpr auto segment = programSegment<50>;
 constexpr int s_RingSize = 24 + 64 * sizeof(FullEntry);
-enum Fault
-{
-    ProducerKilledInLock,
-    SegmentRemoved,
-    SegmentReplaced,
-    SemaphoreRemoved
-};
+constexpr int ProducerKilledInLock = 0, SegmentRemoved = 1, SegmentReplaced = 2, SemaphoreRemoved = 3;
 
 class TestFaults : public QObject
 {
@@ -116,10 +110,10 @@ private slots:
     void peerFault_data()
     {
         QTest::addColumn<int>("fault");
-        QTest::newRow("producer killed inside the lock") << int(ProducerKilledInLock);
-        QTest::newRow("segment removed") << int(SegmentRemoved);
-        QTest::newRow("segment removed, a producer made a new one") << int(SegmentReplaced);
-        QTest::newRow("semaphore file removed") << int(SemaphoreRemoved);
+        QTest::newRow("producer killed inside the lock") << ProducerKilledInLock;
+        QTest::newRow("segment removed") << SegmentRemoved;
+        QTest::newRow("segment removed, a producer made a new one") << SegmentReplaced;
+        QTest::newRow("semaphore file removed") << SemaphoreRemoved;
     }
 
     // After each fault a program started next still has its records shown, also after the tool's Clear:
