@@ -4,7 +4,6 @@
 #include "TraceProducer.h"
 
 #include <QAction>
-#include <QBuffer>
 #include <QTableView>
 #include <QtTest>
 
@@ -15,6 +14,11 @@ using ZelTracer::FullEntry;
 
 namespace {
 
+QString operator""_q(const char* text, std::size_t size)
+{
+    return QString::fromUtf8(text, static_cast<int>(size));
+}
+
 constexpr std::uint64_t s_Max = capture::CaptureReader::s_MaxRecords;
 
 // Every kind of row a capture holds: completed calls, a call and its return apart, three repeats
@@ -24,16 +28,13 @@ std::vector<FullEntry> knownRecords()
 {
     std::vector<FullEntry> records;
     auto call = [&records](std::uint64_t id, std::uint32_t pid, const char* text, double duration, int status) {
-        FullEntry e = makeCall(pid, pid + 1, id, 0, text);
-        e.duration = 0;
-        records.push_back(e);
-        if (duration < 0)
-            return; // returns further down
-        e.kind = 1;
-        e.duration = duration;
-        e.status = status;
-        e.timestampFraction = 0.5;
-        records.push_back(e);
+        records.push_back(makeCall(pid, pid + 1, id, 0, text));
+        records.back().duration = 0;
+        if (duration >= 0) { // else it returns further down
+            records.push_back(makeCall(pid, pid + 1, id, 1, text, status));
+            records.back().duration = duration;
+            records.back().timestampFraction = 0.5;
+        }
     };
     call(1, 100, "viOpen(0x1, \"TCPIP0::10.0.0.5::INSTR\", 0, 2000, 0x37)", 0.0125, 0);
     call(2, 100, "viWrite(0x37, \"MEAS:VOLT?\\n\n\ta\"b\x01\", 14, 14)", 0.00025, 0);
@@ -82,7 +83,17 @@ void writeFile(QString const& name, QByteArray const& bytes)
 
 QByteArray golden(QString const& name)
 {
-    return fileBytes(QStringLiteral(ZEL_CAPTURE_DATA "/") + name);
+    return fileBytes(ZEL_CAPTURE_DATA "/"_q + name);
+}
+
+// What a read kept of a capture.
+QString partOf(qint64 total, qint64 firstFailed, qint64 first, qint64 kept, qint64 firstId)
+{
+    return "%1 records, the first failed %2; %3 kept from %4, ids from %5."_q.arg(total)
+        .arg(firstFailed)
+        .arg(kept)
+        .arg(first)
+        .arg(firstId);
 }
 
 QStringList lines(QByteArray const& bytes)
@@ -113,37 +124,18 @@ private:
         LiveTraceModel model(nullptr, app.getChannelControl());
         model.setCollapseSameCommands(collapse);
         model.loadRecords(records);
-        const QString name = dir.filePath(QStringLiteral("export"));
+        const QString name = dir.filePath("export"_q);
         writeFile(name, QByteArray(100000, 'X'));
         return capture::exportView(model, name, format, nullptr) ? fileBytes(name) : QByteArray();
     }
 
-    capture::Capture readBack(QByteArray bytes, std::optional<std::uint64_t> from = {})
+    capture::Capture readBack(QByteArray const& bytes, std::optional<std::uint64_t> from = {})
     {
-        QBuffer in(&bytes);
-        in.open(QIODevice::ReadOnly);
+        writeFile(dir.filePath("capture"_q), bytes);
         capture::Capture capture;
         error.clear();
-        capture::CaptureReader::read(in, QStringLiteral("capture"), QDate(2023, 11, 14), capture, error, from);
+        capture::CaptureReader::read(dir.filePath("capture"_q), capture, error, from);
         return capture;
-    }
-
-    // The log the producers write of the records.
-    QByteArray producersLog(std::vector<FullEntry> const& records)
-    {
-        const QString log = dir.filePath(QStringLiteral("trace.log"));
-        PrivateSegment const& segment = programSegment<20>();
-        ZelTracer::TraceChannelControl& control = app.getChannelControl();
-        control.setTracingActive(true);
-        control.settracingToFileActive(true, log.toStdString());
-        ZelTracer::TraceProducer producer(segment.key, ZelTracer::s_VisaSharedMemorySize, segment.semaphore,
-                                          segment.fileSemaphore);
-        for (FullEntry const& e : records)
-            producer.write(e);
-        producer.getFile().closeFile();
-        control.settracingToFileActive(false);
-        control.setTracingActive(false);
-        return fileBytes(log);
     }
 
 private slots:
@@ -174,7 +166,7 @@ private slots:
         QVERIFY(window && window->windowTitle().startsWith(file));
         QCOMPARE(window->table()->model(), &window->model());
         window->model().setCollapseSameCommands(collapse);
-        const QString again = dir.filePath(QStringLiteral("again"));
+        const QString again = dir.filePath("again"_q);
         QVERIFY(gui::CaptureWindow::exportView(window, window->model(), again, Format(format)));
         QCOMPARE(lines(fileBytes(again)), lines(bytes));
         QCOMPARE(app.getModel().rowCount(), liveRows);
@@ -183,102 +175,94 @@ private slots:
         QTRY_VERIFY(!window);
     }
 
-    // Other writers' files open as the calls they hold: a table saved again by a spreadsheet (byte
-    // order mark, header quoted its own way) and the producers' own log (whole seconds only).
-    void opensOtherWriters_data()
+    // A log written by the producers themselves opens as the calls it holds (whole seconds only).
+    void producersLogOpens()
     {
-        QTest::addColumn<QByteArray>("bytes");
-        QTest::addColumn<QByteArray>("table");
-        QByteArray table = golden(QStringLiteral("known.csv"));
-        const int headerEnd = table.indexOf('\n');
-        QTest::newRow("spreadsheet") << "\xEF\xBB\xBF" + table.left(headerEnd).replace("\"", "") + table.mid(headerEnd)
-                                     << table;
         std::vector<FullEntry> records = knownRecords();
-        for (FullEntry& e : records)
+        const QString log = dir.filePath("trace.log"_q);
+        PrivateSegment const& segment = programSegment<20>();
+        ZelTracer::TraceChannelControl& control = app.getChannelControl();
+        control.setTracingActive(true);
+        control.settracingToFileActive(true, log.toStdString());
+        ZelTracer::TraceProducer producer(segment.key, ZelTracer::s_VisaSharedMemorySize, segment.semaphore,
+                                          segment.fileSemaphore);
+        for (FullEntry& e : records) {
             e.timestampFraction = 0;
-        QTest::newRow("producers' log") << producersLog(records) << exported(records, Format::Csv);
-    }
-    void opensOtherWriters()
-    {
-        QFETCH(QByteArray, bytes);
-        QFETCH(QByteArray, table);
-        const capture::Capture back = readBack(bytes);
+            producer.write(e);
+        }
+        producer.getFile().closeFile();
+        control.settracingToFileActive(false);
+        control.setTracingActive(false);
+        const capture::Capture back = readBack(fileBytes(log));
         QVERIFY2(!back.records.empty(), qPrintable(error));
-        QCOMPARE(lines(exported(back.records, Format::Csv)), lines(table));
+        QCOMPARE(lines(exported(back.records, Format::Csv)), lines(exported(records, Format::Csv)));
     }
 
-    // A file cut short or of another kind is refused with a message that says so, never half read.
-    void refusals_data()
-    {
-        QTest::addColumn<QByteArray>("bytes");
-        QTest::addColumn<QString>("message");
-        auto row = [](const char* name, QByteArray const& bytes, const char* message) {
-            QTest::newRow(name) << bytes << QString::fromUtf8(message);
-        };
-        const QByteArray csv = capture::s_CsvHeader, view = capture::CaptureWriter::viewTextHeader();
-        const QByteArray log = "# Logging to file activated\n1\t2023-11-14 10:00:00\t1\t1\t2\t3\tA\t1\t1\t0\t";
-        row("empty", "", "capture is empty.");
-        row("foreign", "PK\x03\x04 zip\n", "capture is not a capture");
-        row("timeline", golden(QStringLiteral("known.json")), "capture is a timeline for trace viewers");
-        row("table cut in a quoted field", csv + tableRow("1", "call", "0", "1").left(44) + "\n", "cut short");
-        row("table row short of fields", csv + "\"0\",\"1\"\r\n",
-            "Line 2 of capture is not a line of a capture: it has 2");
-        row("table id not a number", csv + tableRow("x", "call", "0", "1"), "the id \"x\"");
-        row("table unknown kind", csv + tableRow("1", "ring", "0", "1"), "\"ring\" is not a kind");
-        row("view header cut", view.left(40), "cut short");
-        row("view bad time", view + "0\t1\t25:61:00.000\t1\t2\t3\tA\t0.1\t1\t0\tx\n", "\"25:61:00.000\" is not a time");
-        row("log bad date", QByteArray(log).replace("11-14", "13-45") + "\"x\"\n", "is not a date and time");
-        row("log text unquoted", log + "x\n", "quoted command are missing");
-        row("line longer than any", csv + QByteArray(capture::CaptureReader::s_MaxLineLength + 10, 'x') + '\n',
-            "longer than any line");
-    }
-    void refusals()
-    {
-        QFETCH(QByteArray, bytes);
-        QFETCH(QString, message);
-        QVERIFY(readBack(bytes).records.empty());
-        QVERIFY2(error.contains(message), qPrintable(error));
-    }
-
-    // A file longer than a view is read a part at a time, and the first failed call is found in all
-    // of it; a call count from outside costs neither memory beyond a view's worth nor the id order.
-    void parts_data()
+    // What the reader makes of a file: the part it keeps, or the message that refuses it. A table
+    // saved again by a spreadsheet (byte order mark, header quoted its own way) opens. A file longer than a view is
+    // read a part at a time and its first failed call is found in all of it; a call count from outside costs neither
+    // memory beyond a view's worth nor the id order; a file cut short or of another kind is refused with a message that
+    // says so, never half read.
+    void reading_data()
     {
         QTest::addColumn<QByteArray>("bytes");
         QTest::addColumn<qint64>("from"); // -1: the newest part
-        // total, first failed, first kept, kept, id of the first kept
-        QTest::addColumn<QList<qint64>>("expected");
+        QTest::addColumn<QString>("expected"); // in the outcome
+        auto row = [](const char* name, QByteArray const& bytes, QString const& expected, qint64 from = -1) {
+            QTest::newRow(name) << bytes << from << expected;
+        };
         const qint64 max = s_Max, all = max + 52, failed = max + 51;
-        QTest::newRow("newest part") << longTable() << qint64(-1) << QList<qint64> {all, failed, 52, max, 63};
-        QTest::newRow("from the start") << longTable() << qint64(0) << QList<qint64> {all, failed, 0, max, 11};
-        QTest::newRow("last records only")
-            << longTable() << max + 40 << QList<qint64> {all, failed, max + 40, 12, max + 51};
-        QTest::newRow("beyond the end") << longTable() << max + 100 << QList<qint64> {all, failed, all, 0, 0};
-        QTest::newRow("hostile call count") << capture::s_CsvHeader + tableRow("5", "call", "0", "18446744073709551615")
-                                            << qint64(-1) << QList<qint64> {max + 1, -1, 1, max, 5};
+        const QByteArray csv = capture::s_CsvHeader, view = capture::CaptureWriter::viewTextHeader();
+        const QByteArray log = "# Logging to file activated\n1\t2023-11-14 10:00:00\t1\t1\t2\t3\tA\t1\t1\t0\t";
+        QByteArray table = golden("known.csv"_q);
+        const int headerEnd = table.indexOf('\n');
+        row("spreadsheet", "\xEF\xBB\xBF" + table.left(headerEnd).replace("\"", "") + table.mid(headerEnd),
+            partOf(12, 11, 0, 12, 1));
+        row("newest part", longTable(), partOf(all, failed, 52, max, 63));
+        row("from the start", longTable(), partOf(all, failed, 0, max, 11), 0);
+        row("last records only", longTable(), partOf(all, failed, max + 40, 12, max + 51), max + 40);
+        row("beyond the end", longTable(), partOf(all, failed, all, 0, 0), max + 100);
+        row("hostile call count", csv + tableRow("5", "call", "0", "18446744073709551615"),
+            partOf(max + 1, -1, 1, max, 5));
+        row("empty", "", "capture is empty."_q);
+        row("foreign", "PK\x03\x04 zip\n", "capture is not a capture"_q);
+        row("timeline", golden("known.json"_q), "capture is a timeline for trace viewers"_q);
+        row("table cut in a quoted field", csv + tableRow("1", "call", "0", "1").left(44) + "\n", "cut short"_q);
+        row("table row short of fields", csv + "\"0\",\"1\"\r\n",
+            "Line 2 of capture is not a line of a capture: it has 2"_q);
+        row("table id not a number", csv + tableRow("x", "call", "0", "1"), "the id \"x\""_q);
+        row("table unknown kind", csv + tableRow("1", "ring", "0", "1"), "\"ring\" is not a kind"_q);
+        row("view header cut", view.left(40), "cut short"_q);
+        row("view bad time", view + "0\t1\t25:61:00.000\t1\t2\t3\tA\t0.1\t1\t0\tx\n",
+            "\"25:61:00.000\" is not a time"_q);
+        row("log bad date", QByteArray(log).replace("11-14", "13-45") + "\"x\"\n", "is not a date and time"_q);
+        row("log text unquoted", log + "x\n", "quoted command are missing"_q);
+        row("line longer than any", csv + QByteArray(capture::CaptureReader::s_MaxLineLength + 10, 'x') + '\n',
+            "longer than any line"_q);
     }
-    void parts()
+    void reading()
     {
         QFETCH(QByteArray, bytes);
         QFETCH(qint64, from);
+        QFETCH(QString, expected);
         const capture::Capture c = readBack(bytes, from < 0 ? std::nullopt : std::optional<std::uint64_t>(from));
-        QVERIFY2(error.isEmpty(), qPrintable(error));
         const qint64 firstId = c.records.empty() ? 0 : qint64(c.records.front().id);
-        QTEST((QList<qint64> {qint64(c.total), c.firstError, qint64(c.first), qint64(c.records.size()), firstId}),
-              "expected");
+        const QString part = partOf(c.total, c.firstError, c.first, c.records.size(), firstId);
+        const QString outcome = error.isEmpty() ? part : error + (c.records.empty() ? ""_q : part);
+        QVERIFY2(outcome.contains(expected), qPrintable(outcome));
     }
 
     // Of a capture longer than a view the newest part shows first; one action brings the part with
     // the first failed call and makes that call current.
     void longCaptureFindsTheFailedCall()
     {
-        writeFile(dir.filePath(QStringLiteral("hour.csv")), longTable());
-        QPointer<gui::CaptureWindow> window = gui::CaptureWindow::open(app, dir.filePath(QStringLiteral("hour.csv")));
+        writeFile(dir.filePath("hour.csv"_q), longTable());
+        QPointer<gui::CaptureWindow> window = gui::CaptureWindow::open(app, dir.filePath("hour.csv"_q));
         QVERIFY(window);
         QCOMPARE(window->partStart(), 52u);
         QAction* failed = nullptr;
         for (QAction* action : window->findChildren<QAction*>())
-            failed = action->text() == QStringLiteral("Part with the first &failed call") ? action : failed;
+            failed = action->text() == "Part with the first &failed call"_q ? action : failed;
         QVERIFY(failed && failed->isEnabled());
         failed->trigger();
         QCOMPARE(window->partStart(), s_Max + 51 - s_Max / 2);
@@ -291,8 +275,7 @@ private slots:
     // nothing, an export that cannot be written says why, the About box names the version.
     void messageBoxes()
     {
-        const QString notes = dir.filePath(QStringLiteral("notes.txt")),
-                      noDir = dir.filePath(QStringLiteral("no/v.csv"));
+        const QString notes = dir.filePath("notes.txt"_q), noDir = dir.filePath("no/v.csv"_q);
         writeFile(notes, "shopping list\n");
         gui::CaptureWindow* opened = nullptr;
         QStringList shown = closingModals([&] {
@@ -301,9 +284,9 @@ private slots:
             gui::showAbout(nullptr);
         });
         QVERIFY(!opened);
-        const QStringList expected {QStringLiteral("Open capture/notes.txt is not a capture: it begins neither"),
-                                    QStringLiteral("Export view/Cannot write ") + noDir + QLatin1Char(':'),
-                                    QStringLiteral("About ZelVisa Trace Tool/<h3>ZelVisa Trace Tool 5.12.9</h3>")};
+        const QStringList expected {"Open capture/notes.txt is not a capture: it begins neither"_q,
+                                    "Export view/Cannot write "_q + noDir + QLatin1Char(':'),
+                                    "About ZelVisa Trace Tool/<h3>ZelVisa Trace Tool 5.12.9</h3>"_q};
         for (int i = 0; i < shown.size() && i < expected.size(); ++i)
             shown[i].truncate(expected[i].size());
         QCOMPARE(shown, expected);
@@ -313,7 +296,7 @@ private slots:
     void viewTextIsSaveViewText()
     {
         app.getModel().loadRecords(knownRecords());
-        QCOMPARE(app.getBuffer().toUtf8(), golden(QStringLiteral("known.txt")));
+        QCOMPARE(app.getBuffer().toUtf8(), golden("known.txt"_q));
         app.clearbuffer();
     }
 };

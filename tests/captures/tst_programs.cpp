@@ -1,4 +1,3 @@
-#include "ModelFilters.h"
 #include "TraceProducer.h"
 #include "TraceTestSupport.h"
 
@@ -19,30 +18,18 @@ QByteArray fileBytes(QString const& name)
     return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
 }
 
-// The rows of a table the recorder wrote, the header included.
-QStringList tableLines(QString const& file)
+// The ids of the rows a recording holds, in their order; nothing for a timeline that is not whole.
+QString idsIn(QString const& file)
 {
-    return QString::fromUtf8(fileBytes(file)).split("\r\n"_q, Qt::SkipEmptyParts);
-}
-
-struct Finished
-{
-    int exitCode; // -1: it did not end by itself
-    QString out, err;
-};
-
-// Runs a program to its end, without a display.
-Finished run(QString const& program, QStringList const& arguments)
-{
-    QProcess p;
-    QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
-    env.remove("QT_QPA_PLATFORM"_q);
-    env.remove("DISPLAY"_q);
-    p.setProcessEnvironment(env);
-    p.start(program, arguments);
-    const bool ended = p.waitForFinished(120000) && p.exitStatus() == QProcess::NormalExit;
-    return {ended ? p.exitCode() : -1, QString::fromUtf8(p.readAllStandardOutput()),
-            QString::fromUtf8(p.readAllStandardError())};
+    QStringList ids;
+    if (file.endsWith(".json"_q)) {
+        for (const QJsonValue event : QJsonDocument::fromJson(fileBytes(file)).array())
+            ids << QString::number(event[QLatin1String("args")][QLatin1String("id")].toInt());
+    } else {
+        for (const QString& row : QString::fromUtf8(fileBytes(file)).split("\r\n"_q, Qt::SkipEmptyParts).mid(1))
+            ids << row.section(QLatin1Char(','), 1, 1).remove(QLatin1Char('"'));
+    }
+    return ids.join(QLatin1Char(' '));
 }
 
 } // namespace
@@ -60,200 +47,159 @@ class TestPrograms : public QObject
     ZelTracer::TraceProducer producer {segment.key, ZelTracer::s_VisaSharedMemorySize, segment.semaphore,
                                        segment.fileSemaphore};
     QTemporaryDir dir;
-    std::uint64_t nextId = 1;
+    const QString recorder = ZEL_RECORD_PATH ""_q;
+    const QStringList privateNames
+        = "--segment-key|%1|--segment-semaphore|%2|--ring|%3"_q.arg(segment.key)
+              .arg(QString::fromStdString(segment.semaphore), QString::fromStdString(TestNames::sharedRingName("rec")))
+              .split(QLatin1Char('|'));
+    QString out, err; // what the last program run printed
 
-    // Starts zel-record on the private names.
-    void record(QProcess& p, QStringList const& arguments)
+    // Runs a program to its end, without a display; its exit code, or -1 when it did not end by itself.
+    int run(QString const& program, QStringList const& arguments)
     {
-        p.start(ZEL_RECORD_PATH ""_q, privateNames() << "-q"_q << arguments);
+        QProcess p;
+        QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
+        env.remove("QT_QPA_PLATFORM"_q);
+        env.remove("DISPLAY"_q);
+        p.setProcessEnvironment(env);
+        p.start(program, arguments);
+        const bool ended = p.waitForFinished(120000) && p.exitStatus() == QProcess::NormalExit;
+        out = QString::fromUtf8(p.readAllStandardOutput());
+        err = QString::fromUtf8(p.readAllStandardError());
+        return ended ? p.exitCode() : -1;
     }
 
-    QStringList privateNames() const
-    {
-        return {"--segment-key"_q,
-                QString::number(segment.key),
-                "--segment-semaphore"_q,
-                QString::fromStdString(segment.semaphore),
-                "--ring"_q,
-                QString::fromStdString(TestNames::sharedRingName("rec"))};
-    }
-
-    bool tracing()
+    // What the producers are told: tracing and the record filters.
+    QString header()
     {
         ZelTracer::SharedMemoryHeader h {};
         control.readSharedMemoryHeader(h);
-        return h.tracingActive != 0;
-    }
-
-    void calls(int n, std::uint32_t pid = 4242, const char* text = "viQueryf(0x1, \"*IDN?\\n\")")
-    {
-        for (int i = 0; i < n; ++i, ++nextId) {
-            ZelTracer::FullEntry e = makeEntry(nextId, pid, 0, text);
-            producer.write(e);
-            e.kind = 1;
-            producer.write(e);
-        }
+        return QString::asprintf("tracing %u, pid %u, message \"%.*s\"", unsigned(h.tracingActive),
+                                 unsigned(h.pidFilter), int(sizeof h.messageFilter), h.messageFilter);
     }
 
 private slots:
-    void answersAndEnds_data()
+    void commandLines_data()
     {
         QTest::addColumn<QString>("program");
         QTest::addColumn<QString>("arguments"); // separated by '|'
-        QTest::addColumn<QString>("expected"); // in what it prints
-        const QString entry = ZEL_PACKAGING_DIR "/com.zelbrook.ZelVisaTraceTool."_q;
-        QTest::newRow("recorder help") << ZEL_RECORD_PATH << "--help"
-                                       << "--duration <seconds>";
-        QTest::newRow("recorder version") << ZEL_RECORD_PATH << "--version"
-                                          << "zel-record 5.12.9\n";
+        QTest::addColumn<int>("exitCode");
+        QTest::addColumn<QString>("expected"); // in what it prints (on error: to stderr)
+        auto row = [](const char* name, QString const& program, QString const& arguments, int exitCode,
+                      const char* expected) {
+            QTest::newRow(name) << program << arguments << exitCode << QString::fromUtf8(expected);
+        };
+        const QString program = ZEL_PROGRAM_PATH ""_q, entry = ZEL_PACKAGING_DIR "/com.zelbrook.ZelVisaTraceTool."_q;
+        row("recorder help", recorder, "--help"_q, 0, "--duration <seconds>");
+        row("recorder version", recorder, "--version"_q, 0, "zel-record 5.12.9\n");
         // The window's own options beside them change nothing.
-        QTest::newRow("program help") << ZEL_PROGRAM_PATH << "-t|--help"
-                                      << "  -ft [file]";
-        QTest::newRow("program version") << ZEL_PROGRAM_PATH << "-ft|/tmp/x.log|--version"
-                                         << "ZelVisaTraceTool 5.12.9\n";
-        QTest::newRow("desktop entry") << "desktop-file-validate" << entry + "desktop"_q << QString();
-        QTest::newRow("AppStream metainfo") << "appstreamcli"
-                                            << "validate|--no-net|"_q + entry + "metainfo.xml"_q << QString();
+        row("program help", program, "-t|--help"_q, 0, "  -ft [file]");
+        row("program version", program, "-ft|/tmp/x.log|--version"_q, 0, "ZelVisaTraceTool 5.12.9\n");
+        row("desktop entry", "desktop-file-validate"_q, entry + "desktop"_q, 0, "");
+        row("AppStream metainfo", "appstreamcli"_q, "validate|--no-net|"_q + entry + "metainfo.xml"_q, 0, "");
+        row("no output", recorder, "--count|3"_q, 1, "zel-record: no output file; see --help");
+        row("unknown format", recorder, "-o|x|--format|xml"_q, 1, "unknown format \"xml\"");
+        row("duration beyond a timer", recorder, "-o|x|--duration|1e12"_q, 1, "take positive numbers");
+        row("count not a number", recorder, "-o|x|--count|many"_q, 1, "take positive numbers");
+        row("unwritable output", recorder, "-o|/no/such/dir/x.csv"_q, 2, "cannot write /no/such/dir/x.csv");
+        const QString lock = QString::fromStdString(unusable.semaphore);
+        QFile("/dev/shm/sem."_q + lock.mid(1)).open(QIODevice::WriteOnly);
+        row("segment lock unusable", recorder, "--segment-semaphore|"_q + lock + "|-o|"_q + dir.filePath("x.csv"_q), 2,
+            "zel-record: no calls can be recorded: ");
     }
-    // --help and --version are answered on the terminal, without a window or a segment (there is no
-    // display here); the desktop's own validators accept the desktop entry and the AppStream data.
-    void answersAndEnds()
+    // --help and --version are answered on the terminal, without a window (there is no display
+    // here); the desktop's validators accept the desktop entry and the AppStream data; a recorder
+    // command line that cannot work is refused with a message before anything is switched on.
+    void commandLines()
     {
         QFETCH(QString, program);
         QFETCH(QString, arguments);
+        QFETCH(int, exitCode);
         QFETCH(QString, expected);
         if (QStandardPaths::findExecutable(program).isEmpty())
             QSKIP("the validator is not installed (scripts/install-deps.sh installs it)");
-        const Finished done = run(program, arguments.split(QLatin1Char('|')));
-        QVERIFY2(done.exitCode == 0 && done.out.contains(expected), qPrintable(done.out + done.err));
+        const QString before = header();
+        const QStringList names = program == recorder ? privateNames : QStringList();
+        QCOMPARE(run(program, names + arguments.split(QLatin1Char('|'))), exitCode);
+        QVERIFY2((exitCode ? err : out).contains(expected), qPrintable(out + err));
+        QCOMPARE(header(), before);
     }
 
     // What `cmake --install` puts on a desktop system, and an icon drawn at its size.
     void installLayout()
     {
         QTemporaryDir prefix;
-        const Finished done = run(ZEL_CMAKE ""_q, {"--install"_q, ZEL_BINARY_DIR ""_q, "--prefix"_q, prefix.path()});
-        QVERIFY2(done.exitCode == 0, qPrintable(done.err));
+        QVERIFY2(run(ZEL_CMAKE ""_q, {"--install"_q, ZEL_BINARY_DIR ""_q, "--prefix"_q, prefix.path()}) == 0,
+                 qPrintable(err));
         QStringList files;
         for (QDirIterator it(prefix.path(), QDir::Files, QDirIterator::Subdirectories); it.hasNext();)
             files << QDir(prefix.path()).relativeFilePath(it.next());
         files = files.filter(QRegularExpression("^(bin|share)/"_q));
         files.sort();
-        QCOMPARE(files,
-                 QString::fromUtf8(fileBytes(ZEL_CAPTURE_DATA "/installed.txt"_q))
-                     .split(QLatin1Char('\n'), Qt::SkipEmptyParts));
+        const QString expected = QString::fromUtf8(fileBytes(ZEL_CAPTURE_DATA "/installed.txt"_q));
+        QCOMPARE(files, expected.split(QLatin1Char('\n'), Qt::SkipEmptyParts));
         const QImage icon(prefix.filePath("share/icons/hicolor/48x48/apps/com.zelbrook.ZelVisaTraceTool.png"_q));
         QCOMPARE(icon.size(), QSize(48, 48));
     }
 
-    // --count ends the recording by itself after that many rows; tracing, switched on by the
-    // recorder, is off again.
-    void countStopsAndSwitchesOff()
+    // A recording ends by --count or by a signal, with a complete file that holds the last row, and
+    // leaves tracing as it found it. The record filters hold for the producers while it records and
+    // are put back at the end; the view filters of a file decide which rows are written.
+    void recording_data()
     {
-        const QString file = dir.filePath("count.csv"_q);
-        QProcess p;
-        record(p, {"--count"_q, "5"_q, "-o"_q, file});
-        QTRY_VERIFY_WITH_TIMEOUT(tracing(), 20000);
-        calls(12);
-        QVERIFY(p.waitForFinished(20000));
-        QCOMPARE(p.exitCode(), 0);
-        const QStringList rows = tableLines(file);
-        QCOMPARE(rows.size(), 6);
-        QVERIFY2(rows.last().startsWith("\"4\",\""_q), qPrintable(rows.last()));
-        QVERIFY(!tracing());
+        QTest::addColumn<QString>("arguments"); // separated by '|', in the test's folder
+        QTest::addColumn<int>("signalNumber"); // 0: it ends by itself
+        QTest::addColumn<bool>("tracingBefore");
+        QTest::addColumn<QString>("expected"); // the header while it records, the ids it wrote
+        auto row = [](const char* name, QString const& arguments, int signalNumber, bool before, const char* ids,
+                      const char* recordFilters = "pid 0, message \"\"") {
+            const QString expected = "tracing 1, %1 | %2"_q.arg(QLatin1String(recordFilters), QLatin1String(ids));
+            QTest::newRow(name) << arguments << signalNumber << before << expected;
+        };
+        row("--count", "--count|5|-o|count.csv"_q, 0, false, "1 2 3 4 5");
+        row("SIGTERM, tracing was off", "-o|t.json"_q, SIGTERM, false, "1 2 3 4 5 6");
+        row("SIGTERM, tracing was on", "-o|t.json"_q, SIGTERM, true, "1 2 3 4 5 6");
+        row("SIGINT", "-o|t.json"_q, SIGINT, false, "1 2 3 4 5 6");
+        row("SIGHUP", "-o|t.json"_q, SIGHUP, true, "1 2 3 4 5 6");
+        // The view filters hide viClose.
+        const QString filters
+            = "--pid|4242|--message|(0x1|--count|2|--view-filter|%1/hide-closes.viewfilter|-o|f.csv"_q;
+        row("filters", filters.arg(ZEL_CAPTURE_DATA ""_q), 0, false, "4 5", "pid 4242, message \"(0x1\"");
     }
-
-    // A signal ends the recording with a complete file, the last row included, and leaves tracing as
-    // the recorder found it.
-    void signalLeavesTracingAsFound_data()
+    void recording()
     {
-        QTest::addColumn<int>("signalNumber");
-        QTest::addColumn<bool>("onBefore");
-        QTest::newRow("SIGTERM, tracing was off") << SIGTERM << false;
-        QTest::newRow("SIGTERM, tracing was on") << SIGTERM << true;
-        QTest::newRow("SIGINT, tracing was off") << SIGINT << false;
-        QTest::newRow("SIGHUP, tracing was on") << SIGHUP << true;
-    }
-    void signalLeavesTracingAsFound()
-    {
+        QFETCH(QString, arguments);
         QFETCH(int, signalNumber);
-        QFETCH(bool, onBefore);
-        control.setTracingActive(onBefore);
-        const QString file = dir.filePath("signal.json"_q);
+        QFETCH(bool, tracingBefore);
+        QFETCH(QString, expected);
+        control.clear(); // nothing left of an earlier recording
+        control.setTracingActive(tracingBefore);
+        const QString before = header(), file = dir.filePath(arguments.section(QLatin1Char('|'), -1));
+        QFile::remove(file);
         QProcess p;
-        record(p, {"-o"_q, file});
-        QTRY_VERIFY_WITH_TIMEOUT(QFileInfo(file).size() > 0 && tracing(), 20000); // recording
-        calls(3);
-        // Rows are written once final: the first two calls are, the third is the table's last row.
-        QTRY_VERIFY_WITH_TIMEOUT(fileBytes(file).count("\"ph\":\"X\"") == 2, 20000);
-        ::kill(static_cast<pid_t>(p.processId()), signalNumber);
+        p.setWorkingDirectory(dir.path());
+        p.start(recorder, privateNames + QString("-q|"_q + arguments).split(QLatin1Char('|')));
+        QTRY_VERIFY_WITH_TIMEOUT(QFileInfo(file).size() > 0, 20000); // its header: it records
+        const QString during = header();
+        std::uint64_t id = 1;
+        for (const char* text :
+             {"viClose(0x1)", "viQueryf(0x1)", "viQueryf(0x2)", "viQueryf(0x1)", "viQueryf(0x1)", "viQueryf(0x1)"}) {
+            ZelTracer::FullEntry e = makeEntry(id, id == 2 ? 999 : 4242, 0, text);
+            producer.write(e);
+            e.kind = 1;
+            producer.write(e);
+            ++id;
+        }
+        if (signalNumber) {
+            // Rows are written once final, one line each: all but the last one before the signal.
+            QTRY_COMPARE_WITH_TIMEOUT(fileBytes(file).count('\n'), 5, 20000);
+            ::kill(static_cast<pid_t>(p.processId()), signalNumber);
+        }
         QVERIFY(p.waitForFinished(20000));
         QCOMPARE(p.exitStatus(), QProcess::NormalExit);
         QCOMPARE(p.exitCode(), 0);
-        QCOMPARE(QJsonDocument::fromJson(fileBytes(file)).array().size(), 3);
-        QCOMPARE(tracing(), onBefore);
-    }
-
-    // The record filter holds for the producers while recording and is put back at the end; the
-    // view filters of a file decide which rows are written.
-    void filters()
-    {
-        ModelFilters hideCloses;
-        SingleFilter rule;
-        rule.type = SingleFilter::ExcludeCommand;
-        rule.setValue("viClose"_q);
-        hideCloses.add(rule);
-        QFile filterFile(dir.filePath("hide.viewfilter"_q));
-        QVERIFY(filterFile.open(QIODevice::WriteOnly));
-        hideCloses.saveViewFilterFile(filterFile);
-        filterFile.close();
-        const QString file = dir.filePath("filtered.csv"_q);
-        QProcess p;
-        record(p,
-               {"--pid"_q, "4242"_q, "--message"_q, "(0x1"_q, "--view-filter"_q, filterFile.fileName(), "--count"_q,
-                "2"_q, "-o"_q, file});
-        ZelTracer::SharedMemoryHeader h {};
-        QTRY_VERIFY_WITH_TIMEOUT((control.readSharedMemoryHeader(h), h.tracingActive && h.pidFilter == 4242), 20000);
-        QCOMPARE(QByteArray(h.messageFilter), QByteArray("(0x1"));
-        calls(1, 4242, "viClose(0x1)");
-        calls(1, 999);
-        calls(1, 4242, "viClose(0x2)");
-        calls(3);
-        QVERIFY(p.waitForFinished(20000));
-        QCOMPARE(p.exitCode(), 0);
-        const QStringList rows = tableLines(file).mid(1);
-        QCOMPARE(rows.size(), 2);
-        for (const QString& row : rows)
-            QVERIFY2(row.contains("\"4242\",\"4243\""_q) && row.contains("*IDN?"_q), qPrintable(row));
-        control.readSharedMemoryHeader(h);
-        QCOMPARE(h.pidFilter, 0u);
-        QCOMPARE(QByteArray(h.messageFilter), QByteArray());
-    }
-
-    void wrongCommandLine_data()
-    {
-        QTest::addColumn<QString>("arguments"); // separated by '|'
-        QTest::addColumn<int>("exitCode");
-        QTest::newRow("no output") << "--count|3" << 1;
-        QTest::newRow("unknown format") << "-o|x|--format|xml" << 1;
-        QTest::newRow("duration beyond a timer") << "-o|x|--duration|1e12" << 1;
-        QTest::newRow("count not a number") << "-o|x|--count|many" << 1;
-        QTest::newRow("unwritable output") << "-o|/no/such/dir/x.csv" << 2;
-        const QString lock = QString::fromStdString(unusable.semaphore);
-        QTest::newRow("segment lock unusable")
-            << "--segment-semaphore|"_q + lock + "|-o|"_q + dir.filePath("x.csv"_q) << 2;
-    }
-    // Refused with a message before anything is switched on.
-    void wrongCommandLine()
-    {
-        QFETCH(QString, arguments);
-        QFETCH(int, exitCode);
-        control.setTracingActive(false);
-        QFile("/dev/shm/sem."_q + QString::fromStdString(unusable.semaphore).mid(1)).open(QIODevice::WriteOnly);
-        const Finished done = run(ZEL_RECORD_PATH ""_q, privateNames() + arguments.split(QLatin1Char('|')));
-        QCOMPARE(done.exitCode, exitCode);
-        QVERIFY(!done.err.isEmpty());
-        QVERIFY(!tracing());
+        QCOMPARE(QString(during + " | "_q + idsIn(file)), expected);
+        QCOMPARE(header(), before);
     }
 };
 
