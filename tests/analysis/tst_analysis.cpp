@@ -24,7 +24,7 @@ QString operator""_q(const char* text, std::size_t size)
     return QString::fromUtf8(text, static_cast<int>(size));
 }
 
-// A golden text, one element per line; "|" in tables stands for a tab.
+// A golden text, one element per line; in a table "|" stands for a tab.
 QStringList lines(const QString& text, bool table = false)
 {
     return (table ? QString(text).replace(QLatin1Char('|'), QLatin1Char('\t')) : text).split(QLatin1Char('\n'));
@@ -57,18 +57,15 @@ std::vector<FullEntry> records(const std::vector<Call>& calls, std::uint64_t fir
 // Records numbered as the live model numbers its local copies.
 struct NumberedRing
 {
-    explicit NumberedRing(std::uint32_t capacity)
-        : ring(capacity)
+    explicit NumberedRing(int capacity)
+        : ring(static_cast<unsigned>(capacity))
     { }
-    void push(FullEntry e)
+    void push(std::vector<FullEntry> list)
     {
-        e.reserved = ++sequence;
-        ring.push_back(e);
-    }
-    void push(const std::vector<FullEntry>& list)
-    {
-        for (const FullEntry& e : list)
-            push(e);
+        for (FullEntry& e : list) {
+            e.reserved = ++sequence;
+            ring.push_back(e);
+        }
     }
     RingBufferLocalMem<FullEntry> ring;
     std::uint64_t sequence = 0;
@@ -116,7 +113,7 @@ struct Fixture
         }
     }
     ~Fixture() { model.tableView = nullptr; }
-    // The view shows the model before the bar and the panes follow it.
+    // The view shows the model before the find bar and the panes follow it.
     FindBar* attach()
     {
         view.setModel(&model);
@@ -124,7 +121,6 @@ struct Fixture
         model.tableView = &view;
         return new FindBar(model, &view);
     }
-
     void capture(const std::vector<FullEntry>& list) { ::capture(producer, model, list); }
     void type(const QString& text, bool regex)
     {
@@ -179,26 +175,256 @@ private slots:
     {
         qputenv("TZ", "UTC");
         tzset();
-        QSettings().clear();
         // Tracing is on before any window comes, so that the window's monitor sees no edge to act on.
         app.starttrace();
     }
     void cleanup() { window.reset(); }
-    void callDetails();
-    void command_data();
-    void command();
-    void statistics();
-    void statisticsFollowTheRing_data();
-    void statisticsFollowTheRing();
-    void find_data();
-    void find();
-    void errorsAfterRowsLeftTheTop();
-    void onlyErrors_data();
-    void onlyErrors();
-    void detailsFollowTheCall();
-    void firstStartAndRememberedPanes();
-    void toolTipsOnlyForCutCells();
-    void pauseOnErrorShowsTheRow();
+
+    // A call and its return pair by process, thread and id anywhere in the ring; an open call says so.
+    void callDetails()
+    {
+        const char* text = "viWrite(7, \"*RST\r\n\", 6)";
+        NumberedRing r(8);
+        r.push({makeCall(100, 7, 1, 0, text), makeCall(100, 8, 1, 0, "viClear(7)"),
+                makeCall(100, 8, 1, 1, "viClear(7)"), makeCall(100, 7, 1, 1, text, s_Timeout),
+                makeCall(100, 7, 9, 0, text)});
+        // Timestamps are 1700000000 + id seconds.
+        const QString record = R"(%1
+Id: %2
+Process: 100  Thread: 7
+Session: 7 (0x00000007)
+Address: GPIB0::22::INSTR
+Timestamp: 2023-11-14 22:13:2%2.250000
+Elapsed time: 1.500000 s
+%3Command (23 characters):
+viWrite(7, "*RST\r\n", 6)
+Function: viWrite
+Argument 1: 7
+Argument 2: "*RST\r\n" (6 bytes)
+  SCPI: *RST
+Argument 3: 6
+Text dump:
+  0000  76 69 57 72 69 74 65 28 37 2c 20 22 2a 52 53 54  |viWrite(7, "*RST|
+  0010  0d 0a 22 2c 20 36 29                             |..", 6)|)"_q;
+        const QString call = record.arg("Call record"_q).arg(1).arg(QString());
+        const QString result = "Duration: 1.235 ms (0.001234567 s)\nStatus: VI_ERROR_TMO (0xBFFF0015)\n"_q;
+        const QStringList completed
+            = lines("viWrite on GPIB0::22::INSTR: VI_ERROR_TMO (0xBFFF0015) after 1.235 ms\n\n"_q + call + "\n\n"_q
+                    + record.arg("Return record (kind 1)"_q).arg(1).arg(result));
+        QCOMPARE(RecordDetails::callLines(r.ring, r.ring(0)), completed);
+        QCOMPARE(RecordDetails::callLines(r.ring, r.ring(3)), completed);
+        QCOMPARE(RecordDetails::callLines(r.ring, r.ring(4)),
+                 lines("viWrite on GPIB0::22::INSTR: not returned yet\n\n"_q
+                       + record.arg("Call record"_q).arg(9).arg(QString()) + "\n\nNot returned yet"_q));
+    }
+
+    void command_data(); // after the class: its "#" in raw strings would confuse moc
+    void command()
+    {
+        QFETCH(QByteArray, text);
+        QFETCH(QStringList, lines);
+        QCOMPARE(RecordDetails::commandLines(text).mid(2), lines);
+    }
+
+    // Returns count, a call still open does not; writes count under their first SCPI header.
+    void statistics()
+    {
+        const char* dmm = "GPIB0::22::INSTR";
+        const char* scope = "TCPIP0::192.168.1.10::inst0::INSTR";
+        NumberedRing r(16);
+        r.push(records({{R"(viOpen(1, "GPIB0::22::INSTR", 0, 0, 7))", 0, "", 0.004},
+                        {R"(viWrite(7, "MEAS:VOLT?\n", 11, 11))", 0, dmm, 0.0015},
+                        {R"(viWrite(7, ":SYST:ERR?;*OPC?\n", 17, 17))", 0, dmm, 0.002},
+                        {R"(viWrite(7, "MEAS:VOLT? (@101)\n", 18, 18))", 0, dmm, 0.003},
+                        {R"(viRead(9, "", 1024, 0))", s_Timeout, scope, 2.0},
+                        {R"(viRead(9, "1\n", 1024, 2))", 0, scope, 0.006}}));
+        r.push({makeCall(100, 101, 7, 0, "viClose(7)")});
+        CallStatistics stats;
+        stats.update(r.ring);
+        QCOMPARE(stats.toText(),
+                 lines(R"(Operation|Calls|Errors|Min|Mean|P95|Max
+viOpen|1|0|4.000 ms|4.000 ms|4.000 ms|4.000 ms
+viRead|2|1|6.000 ms|1.003 s|2.000 s|2.000 s
+viWrite :SYST:ERR?|1|0|2.000 ms|2.000 ms|2.000 ms|2.000 ms
+viWrite MEAS:VOLT?|2|0|1.500 ms|2.250 ms|3.000 ms|3.000 ms
+Address|Calls|Errors|Min|Mean|P95|Max
+(no address)|1|0|4.000 ms|4.000 ms|4.000 ms|4.000 ms
+GPIB0::22::INSTR|3|0|1.500 ms|2.167 ms|3.000 ms|3.000 ms
+TCPIP0::192.168.1.10::inst0::INSTR|2|1|6.000 ms|1.003 s|2.000 s|2.000 s)"_q,
+                       true));
+    }
+
+    void statisticsFollowTheRing_data()
+    {
+        QTest::addColumn<int>("capacity");
+        QTest::addColumn<int>("batch");
+        QTest::newRow("one record at a time, small ring") << 5 << 1;
+        QTest::newRow("batches larger than the ring") << 7 << 11;
+        QTest::newRow("batches that wrap the ring partly") << 13 << 4;
+    }
+    // Whatever arrives and leaves between updates, and across a clear, counts as if counted afresh.
+    void statisticsFollowTheRing()
+    {
+        QFETCH(int, capacity);
+        QFETCH(int, batch);
+        NumberedRing r(capacity);
+        CallStatistics followed;
+        const char* texts[]
+            = {"viWrite(1, \"*IDN?\\n\")", "viRead(1, \"x\")", "viWrite(1, \"MEAS?\\n\")", "viClear(1)"};
+        for (int n = 0; n < 60; ++n) {
+            if (n == 37)
+                r = NumberedRing(capacity); // the model's clear: numbering starts again
+            FullEntry e = makeCall(100, 7, static_cast<std::uint64_t>(n / 2), static_cast<std::uint32_t>(n % 2),
+                                   texts[n / 2 % 4], n % 6 == 1 ? s_Timeout : 0);
+            e.duration = 0.001 * (n % 5 + 1);
+            r.push({e});
+            if (n % batch == batch - 1) {
+                followed.update(r.ring);
+                CallStatistics fresh;
+                fresh.update(r.ring);
+                QCOMPARE(followed.toText(), fresh.toText());
+                QCOMPARE(followed.callCount(), fresh.callCount());
+            }
+        }
+    }
+
+    void find_data()
+    {
+        QTest::addColumn<QString>("pattern");
+        QTest::addColumn<bool>("regex");
+        QTest::addColumn<int>("from");
+        QTest::addColumn<bool>("forward");
+        QTest::addColumn<QList<int>>("ids");
+        QTest::addColumn<QString>("status");
+        using L = QList<int>;
+        QTest::newRow("text in the command, any case")
+            << "viread"_q << false << -1 << true << L {3, 5, 7, 3} << "3 matches"_q;
+        QTest::newRow("status name, backwards and around")
+            << "VI_ERROR"_q << false << 6 << false << L {5, 8, 5} << "2 matches"_q;
+        QTest::newRow("address") << "asrl1"_q << false << 0 << true << L {8, 8} << "1 match"_q;
+        QTest::newRow("regular expression") << "meas|syst:e"_q << true << 6 << true << L {4, 6, 4} << "2 matches"_q;
+        QTest::newRow("no match leaves the row") << "zzz"_q << false << 2 << true << L {3} << "No match"_q;
+        QTest::newRow("invalid expression") << "("_q << true << 2 << true << L {3} << "missing closing parenthesis"_q;
+        QTest::newRow("next error") << ""_q << false << -1 << true << L {5, 8, 5} << ""_q;
+        QTest::newRow("previous error") << ""_q << false << 6 << false << L {5, 8, 5} << ""_q;
+    }
+    void find()
+    {
+        QFETCH(QString, pattern);
+        QFETCH(bool, regex);
+        QFETCH(int, from);
+        QFETCH(bool, forward);
+        QFETCH(QList<int>, ids);
+        QFETCH(QString, status);
+        Fixture f(1);
+        f.model.loadRecords(records(s_Table));
+        if (from >= 0)
+            f.view.setCurrentIndex(f.model.index(from, s_Command));
+        f.type(pattern, regex);
+        QCOMPARE(f.find->statusText(), status);
+        void (FindBar::*move)() = pattern.isEmpty() ? (forward ? &FindBar::nextError : &FindBar::previousError)
+                                                    : (forward ? &FindBar::findNext : &FindBar::findPrevious);
+        QCOMPARE(f.moves(move, ids.size()), ids);
+    }
+
+    // Rows leave the top when the ring is full; moves still start from the row the reader is on.
+    void errorsAfterRowsLeftTheTop()
+    {
+        Fixture f(2, 9); // 8 records: 4 calls
+        f.capture(
+            records({{"viWrite(7, \"A\")"}, {"viWrite(7, \"B\")"}, {"viRead(7, \"\")", s_Timeout}, {"viClear(7)"}}));
+        f.view.setCurrentIndex(f.model.index(2, s_Command));
+        f.capture(records({{"viRead(7, \"\")", s_Timeout}, {"viClose(7)"}}, 5));
+        QCOMPARE(f.commands(), R"(viRead(7, "")|viClear(7)|viRead(7, "")|viClose(7))"_q);
+        QCOMPARE(f.view.currentIndex().row(), 0);
+        QCOMPARE(f.moves(&FindBar::nextError, 3), (QList<int> {5, 3, 5}));
+        f.type("viclose"_q, false);
+        QCOMPARE(f.moves(&FindBar::findPrevious, 1), QList<int> {6});
+    }
+
+    void onlyErrors_data()
+    {
+        QTest::addColumn<bool>("collapse");
+        QTest::addColumn<bool>("onlyErrors");
+        QTest::addColumn<QString>("rows");
+        QTest::newRow("errors, collapsed across the hidden rows") << true << true << "3 x viRead(7)"_q;
+        QTest::newRow("errors, not collapsed") << false << true << "viRead(7)|viRead(7)|viRead(7)"_q;
+        QTest::newRow("all rows, collapsed") << true << false << "viRead(7)|viWrite(7)|2 x viRead(7)|viClose(7)"_q;
+    }
+    void onlyErrors()
+    {
+        QFETCH(bool, collapse);
+        QFETCH(bool, onlyErrors);
+        QFETCH(QString, rows);
+        Fixture f(3);
+        f.model.setCollapseSameCommands(collapse);
+        f.model.setOnlyErrors(onlyErrors);
+        const Call error {"viRead(7)", s_Timeout};
+        f.model.loadRecords(records({error, {"viWrite(7)"}, error, error, {"viClose(7)"}}));
+        QCOMPARE(f.commands(), rows);
+        if (collapse && !onlyErrors)
+            QCOMPARE(gui::DetailsPane::rowLines(f.model, 2).value(1),
+                     "This row stands for 2 identical calls in a row, 2.469 ms in all; below is the last."_q);
+    }
+
+    // The panes follow a return that arrives later; an error row keeps dark text on its light red
+    // whatever the theme.
+    void detailsFollowTheCall()
+    {
+        Fixture f(4, 20);
+        std::vector<FullEntry> list = records({{"viRead(7, \"\")", s_Timeout}, {"viWrite(7, \"*CLS\\n\")"}});
+        const FullEntry lateReturn = list[1];
+        list.erase(list.begin() + 1);
+        f.capture(list);
+        f.find->nextError();
+        QCOMPARE(f.view.currentIndex().row(), -1); // no error shown yet
+        f.view.setCurrentIndex(f.model.index(0, s_Command));
+        auto* returnText = f.details.findChild<QPlainTextEdit*>("detailsReturn"_q);
+        QCOMPARE(returnText->toPlainText(), "Not returned yet"_q);
+        f.capture({lateReturn});
+        QCOMPARE(f.view.currentIndex().row(), 0);
+        QCOMPARE(returnText->toPlainText().section(QLatin1Char('\n'), 0, 1), "Return record (kind 1)\nId: 1"_q);
+        auto foreground = [&f](int row) { return f.model.data(f.model.index(row, s_Command), Qt::ForegroundRole); };
+        QVERIFY(foreground(2).value<QColor>() == Qt::black && !foreground(1).isValid());
+        QCOMPARE(f.statistics.statistics().toText().value(1), "viRead\t1\t1\t1.235 ms\t1.235 ms\t1.235 ms\t1.235 ms"_q);
+    }
+
+    void firstStartAndRememberedPanes()
+    {
+        QTableView* view = open();
+        const QSize screen = QGuiApplication::primaryScreen()->availableGeometry().size();
+        QVERIFY2(window->width() > 600 && window->height() > 400, "larger than the form at first start");
+        QVERIFY(window->width() <= screen.width() && window->height() <= screen.height());
+        const int command = view->columnViewportPosition(s_Command);
+        QVERIFY2(command >= 0 && command < view->viewport()->width() - 200, "the Command column is in sight");
+        auto visible = [this](const char* pane) { return get<QDockWidget>(pane)->isVisible(); };
+        QVERIFY(visible("detailsPane") && !visible("statisticsPane"));
+        for (const char* pane : {"detailsPane", "statisticsPane"})
+            get<QDockWidget>(pane)->toggleViewAction()->trigger();
+        window.reset();
+        open();
+        QVERIFY(!visible("detailsPane") && visible("statisticsPane"));
+    }
+
+    // The error that paused the view is current and in sight, and its cut address shows whole as a tool tip.
+    void pauseOnErrorShowsTheRow()
+    {
+        QTableView* view = open();
+        get("actionPauseOnError")->setChecked(true);
+        const QString address = "TCPIP0::a-rather-long-host-name.example.com::hislip0::INSTR"_q;
+        write(66, 60, qPrintable(address));
+        const QModelIndex current = view->currentIndex();
+        QCOMPARE(current.row(), 60);
+        QVERIFY(view->viewport()->rect().contains(view->visualRect(current).center()));
+        auto tip = [view, current](int column) {
+            const QPoint at = view->visualRect(current.siblingAtColumn(column)).center();
+            QHelpEvent event(QEvent::ToolTip, at, view->viewport()->mapToGlobal(at));
+            QCoreApplication::sendEvent(view->viewport(), &event);
+            return QToolTip::isVisible() ? QToolTip::text() : QString();
+        };
+        QCOMPARE(tip(LiveTraceModel::DurationColumn), QString());
+        QCOMPARE(tip(LiveTraceModel::AddressColumn), address);
+    }
 
 private:
     QTableView* open()
@@ -207,8 +433,9 @@ private:
         window->show();
         if (!QTest::qWaitForWindowExposed(window.get()))
             qFatal("window not exposed");
-        return child<QTableView>(window.get(), "liveView");
+        return get<QTableView>("liveView");
     }
+    template<class T = QAction> T* get(const char* name) const { return child<T>(window.get(), name); }
     // Calls of texts of their own, so that none collapse; the one at errorAt fails.
     void write(int count, int errorAt = -1, const char* address = "GPIB0::22::INSTR")
     {
@@ -225,318 +452,39 @@ private:
     std::uint64_t nextId = 1;
 };
 
-// A call and its return are paired by process, thread and id anywhere in the ring; a call not
-// returned yet says so.
-void TestAnalysis::callDetails()
-{
-    const char* text = R"(viWrite(7, "*RST\n", 5))";
-    NumberedRing r(8);
-    r.push(makeCall(100, 7, 1, 0, text));
-    r.push(makeCall(100, 8, 1, 0, "viClear(7)")); // another thread's call of the same id, returned
-    r.push(makeCall(100, 8, 1, 1, "viClear(7)"));
-    r.push(makeCall(100, 7, 1, 1, text, s_Timeout));
-    r.push(makeCall(100, 7, 9, 0, text));
-    // The timestamps are 1700000000 + id seconds.
-    const QString record = R"(%1
-Id: %2
-Process: 100  Thread: 7
-Session: 7 (0x00000007)
-Address: GPIB0::22::INSTR
-Timestamp: 2023-11-14 22:13:2%2.250000
-Elapsed time: 1.500000 s
-%3Command (23 characters):
-viWrite(7, "*RST\n", 5)
-Function: viWrite
-Argument 1: 7
-Argument 2: "*RST\n" (5 bytes)
-  SCPI: *RST
-Argument 3: 5
-Text dump:
-  0000  76 69 57 72 69 74 65 28 37 2c 20 22 2a 52 53 54  |viWrite(7, "*RST|
-  0010  5c 6e 22 2c 20 35 29                             |\n", 5)|)"_q;
-    const QString call = record.arg("Call record"_q).arg(1).arg(QString());
-    const QString completed = "viWrite on GPIB0::22::INSTR: VI_ERROR_TMO (0xBFFF0015) after 1.235 ms\n\n"_q + call
-        + "\n\n"_q
-        + record.arg("Return record (kind 1)"_q)
-              .arg(1)
-              .arg("Duration: 1.235 ms (0.001234567 s)\nStatus: VI_ERROR_TMO (0xBFFF0015)\n"_q);
-    QCOMPARE(RecordDetails::callLines(r.ring, r.ring(0)), lines(completed));
-    QCOMPARE(RecordDetails::callLines(r.ring, r.ring(3)), lines(completed));
-    QCOMPARE(RecordDetails::callLines(r.ring, r.ring(4)),
-             lines("viWrite on GPIB0::22::INSTR: not returned yet\n\n"_q
-                   + record.arg("Call record"_q).arg(9).arg(QString()) + "\n\nNot returned yet"_q));
-}
-
+// The lines after the command's length and text.
 void TestAnalysis::command_data()
 {
     QTest::addColumn<QByteArray>("text");
     QTest::addColumn<QStringList>("lines");
-
-    QTest::newRow("block transfer") << QByteArray(
-        R"(viRead(0x00000007, "#210\x00\x01\x02\xfe\xff\r\nA,C\n", 1024, 13))")
-                                    << lines(R"(Command (65 characters):
-viRead(0x00000007, "#210\x00\x01\x02\xfe\xff\r\nA,C\n", 1024, 13)
-Function: viRead
-Argument 1: 0x00000007
+    QTest::newRow("block transfer") << QByteArray(R"(viRead(7, "#210\x00\x01\x02\xfe\xff\r\nA,C\n", 1024, 13))")
+                                    << lines(R"(Function: viRead
+Argument 1: 7
 Argument 2: "#210\x00\x01\x02\xfe\xff\r\nA,C\n" (15 bytes)
   Block #210: 10 bytes
     0000  00 01 02 fe ff 0d 0a 41 2c 43                    |.......A,C|
 Argument 3: 1024
 Argument 4: 13)"_q);
     QTest::newRow("raw control bytes, a quote and a comma inside the string")
-        << QByteArray("viWrite(1, \"A\"B,\r\n\x01\xb5\", 7)") << lines(R"(Command (25 characters):
-viWrite(1, "A"B,\r\n\x01µ", 7)
-Function: viWrite
+        << QByteArray("viWrite(1, \"A\"B,\r\n\x01\xb5\", 7)") << lines(R"(Function: viWrite
 Argument 1: 1
 Argument 2: "A\"B,\r\n\x01\xb5" (8 bytes)
   SCPI: A"B,\r\n\x01µ
 Argument 3: 7)"_q);
     QTest::newRow("SCPI commands split at semicolons outside SCPI strings")
-        << QByteArray(R"(viPrintf(3, ":DISP:TEXT 'a;b';MEAS:VOLT? (@101); *OPC?\n"))")
-        << lines(R"(Command (58 characters):
-viPrintf(3, ":DISP:TEXT 'a;b';MEAS:VOLT? (@101); *OPC?\n")
-Function: viPrintf
+        << QByteArray(R"(viPrintf(3, ":DISP:TEXT 'a;b';MEAS:VOLT? (@101); *OPC?\n"))") << lines(R"(Function: viPrintf
 Argument 1: 3
 Argument 2: ":DISP:TEXT 'a;b';MEAS:VOLT? (@101); *OPC?\n" (42 bytes)
   SCPI: :DISP:TEXT 'a;b'
   SCPI: MEAS:VOLT? (@101)
   SCPI: *OPC?)"_q);
     QTest::newRow("block cut short, a header that is no block before it")
-        << QByteArray(R"(viRead(1, "#9123 #3100abc"))") << lines(R"(Command (27 characters):
-viRead(1, "#9123 #3100abc")
-Function: viRead
+        << QByteArray(R"(viRead(1, "#9123 #3100abc"))") << lines(R"(Function: viRead
 Argument 1: 1
 Argument 2: "#9123 #3100abc" (14 bytes)
   Block #3100: 100 bytes declared, only 3 present
     0000  61 62 63                                         |abc|)"_q);
-    QTest::newRow("no argument list") << QByteArray("viFlush") << lines("Command (7 characters):\nviFlush"_q);
-}
-
-void TestAnalysis::command()
-{
-    QFETCH(QByteArray, text);
-    QFETCH(QStringList, lines);
-    QCOMPARE(RecordDetails::commandLines(text), lines);
-}
-
-// Returns count, a call still open does not; writes count under their first SCPI header.
-void TestAnalysis::statistics()
-{
-    const char* dmm = "GPIB0::22::INSTR";
-    const char* scope = "TCPIP0::192.168.1.10::inst0::INSTR";
-    NumberedRing r(16);
-    r.push(records({{R"(viOpen(1, "GPIB0::22::INSTR", 0, 0, 7))", 0, "", 0.004},
-                    {R"(viWrite(7, "MEAS:VOLT?\n", 11, 11))", 0, dmm, 0.0015},
-                    {R"(viWrite(7, ":SYST:ERR?;*OPC?\n", 17, 17))", 0, dmm, 0.002},
-                    {R"(viWrite(7, "MEAS:VOLT? (@101)\n", 18, 18))", 0, dmm, 0.003},
-                    {R"(viRead(9, "", 1024, 0))", s_Timeout, scope, 2.0},
-                    {R"(viRead(9, "1\n", 1024, 2))", 0, scope, 0.006}}));
-    r.push(makeCall(100, 101, 7, 0, "viClose(7)"));
-    CallStatistics stats;
-    stats.update(r.ring);
-    QCOMPARE(stats.toText(),
-             lines(R"(Operation|Calls|Errors|Min|Mean|P95|Max
-viOpen|1|0|4.000 ms|4.000 ms|4.000 ms|4.000 ms
-viRead|2|1|6.000 ms|1.003 s|2.000 s|2.000 s
-viWrite :SYST:ERR?|1|0|2.000 ms|2.000 ms|2.000 ms|2.000 ms
-viWrite MEAS:VOLT?|2|0|1.500 ms|2.250 ms|3.000 ms|3.000 ms
-Address|Calls|Errors|Min|Mean|P95|Max
-(no address)|1|0|4.000 ms|4.000 ms|4.000 ms|4.000 ms
-GPIB0::22::INSTR|3|0|1.500 ms|2.167 ms|3.000 ms|3.000 ms
-TCPIP0::192.168.1.10::inst0::INSTR|2|1|6.000 ms|1.003 s|2.000 s|2.000 s)"_q,
-                   true));
-}
-
-void TestAnalysis::statisticsFollowTheRing_data()
-{
-    QTest::addColumn<int>("capacity");
-    QTest::addColumn<int>("batch");
-    QTest::newRow("one record at a time, small ring") << 5 << 1;
-    QTest::newRow("batches larger than the ring") << 7 << 11;
-    QTest::newRow("batches that wrap the ring partly") << 13 << 4;
-}
-
-// Whatever arrives and leaves between updates, also across a clear, the figures equal those counted afresh.
-void TestAnalysis::statisticsFollowTheRing()
-{
-    QFETCH(int, capacity);
-    QFETCH(int, batch);
-    NumberedRing r(static_cast<std::uint32_t>(capacity));
-    CallStatistics followed;
-    const char* texts[] = {"viWrite(1, \"*IDN?\\n\")", "viRead(1, \"x\")", "viWrite(1, \"MEAS?\\n\")", "viClear(1)"};
-    for (int n = 0; n < 60; ++n) {
-        if (n == 37) {
-            r.ring.clear(); // the model's clear: numbering starts again
-            r.sequence = 0;
-        }
-        FullEntry e = makeCall(100, 7, static_cast<std::uint64_t>(n / 2), static_cast<std::uint32_t>(n % 2),
-                               texts[n / 2 % 4], n % 6 == 1 ? s_Timeout : 0);
-        e.duration = 0.001 * (n % 5 + 1);
-        r.push(e);
-        if (n % batch == batch - 1) {
-            followed.update(r.ring);
-            CallStatistics fresh;
-            fresh.update(r.ring);
-            QCOMPARE(followed.toText(), fresh.toText());
-        }
-    }
-}
-
-void TestAnalysis::find_data()
-{
-    QTest::addColumn<QString>("pattern");
-    QTest::addColumn<bool>("regex");
-    QTest::addColumn<int>("from");
-    QTest::addColumn<bool>("forward");
-    QTest::addColumn<QList<int>>("ids");
-    QTest::addColumn<QString>("status");
-
-    using L = QList<int>;
-    QTest::newRow("text in the command, any case")
-        << "viread"_q << false << -1 << true << L {3, 5, 7, 3} << "3 matches"_q;
-    QTest::newRow("status name, backwards and around")
-        << "VI_ERROR"_q << false << 6 << false << L {5, 8, 5} << "2 matches"_q;
-    QTest::newRow("address") << "asrl1"_q << false << 0 << true << L {8, 8} << "1 match"_q;
-    QTest::newRow("regular expression") << "meas|syst:e"_q << true << 6 << true << L {4, 6, 4} << "2 matches"_q;
-    QTest::newRow("no match leaves the row") << "zzz"_q << false << 2 << true << L {3} << "No match"_q;
-    QTest::newRow("invalid expression") << "("_q << true << 2 << true << L {3} << "missing closing parenthesis"_q;
-    QTest::newRow("next error") << ""_q << false << -1 << true << L {5, 8, 5} << ""_q;
-    QTest::newRow("previous error") << ""_q << false << 6 << false << L {5, 8, 5} << ""_q;
-}
-
-void TestAnalysis::find()
-{
-    QFETCH(QString, pattern);
-    QFETCH(bool, regex);
-    QFETCH(int, from);
-    QFETCH(bool, forward);
-    QFETCH(QList<int>, ids);
-    QFETCH(QString, status);
-
-    Fixture f(1);
-    f.model.loadRecords(records(s_Table));
-    if (from >= 0)
-        f.view.setCurrentIndex(f.model.index(from, s_Command));
-    f.type(pattern, regex);
-    QCOMPARE(f.find->statusText(), status);
-    void (FindBar::*move)() = pattern.isEmpty() ? (forward ? &FindBar::nextError : &FindBar::previousError)
-                                                : (forward ? &FindBar::findNext : &FindBar::findPrevious);
-    QCOMPARE(f.moves(move, ids.size()), ids);
-}
-
-// Rows leave the top when the ring is full; moves still start from the row the reader is on.
-void TestAnalysis::errorsAfterRowsLeftTheTop()
-{
-    Fixture f(2, 9); // 8 records: 4 calls
-    f.capture(records({{"viWrite(7, \"A\")"}, {"viWrite(7, \"B\")"}, {"viRead(7, \"\")", s_Timeout}, {"viClear(7)"}}));
-    f.view.setCurrentIndex(f.model.index(2, s_Command));
-    f.capture(records({{"viRead(7, \"\")", s_Timeout}, {"viClose(7)"}}, 5));
-    QCOMPARE(f.commands(), R"(viRead(7, "")|viClear(7)|viRead(7, "")|viClose(7))"_q);
-    QCOMPARE(f.view.currentIndex().row(), 0);
-    QCOMPARE(f.moves(&FindBar::nextError, 3), (QList<int> {5, 3, 5}));
-    f.type("viclose"_q, false);
-    QCOMPARE(f.moves(&FindBar::findPrevious, 1), QList<int> {6});
-}
-
-void TestAnalysis::onlyErrors_data()
-{
-    QTest::addColumn<bool>("collapse");
-    QTest::addColumn<bool>("onlyErrors");
-    QTest::addColumn<QString>("rows");
-    QTest::newRow("errors, collapsed across the hidden rows") << true << true << "3 x viRead(7)"_q;
-    QTest::newRow("errors, not collapsed") << false << true << "viRead(7)|viRead(7)|viRead(7)"_q;
-    QTest::newRow("all rows, collapsed") << true << false << "viRead(7)|viWrite(7)|2 x viRead(7)|viClose(7)"_q;
-}
-
-void TestAnalysis::onlyErrors()
-{
-    QFETCH(bool, collapse);
-    QFETCH(bool, onlyErrors);
-    QFETCH(QString, rows);
-
-    Fixture f(3);
-    f.model.setCollapseSameCommands(collapse);
-    f.model.setOnlyErrors(onlyErrors);
-    const Call error {"viRead(7)", s_Timeout};
-    f.model.loadRecords(records({error, {"viWrite(7)"}, error, error, {"viClose(7)"}}));
-    QCOMPARE(f.commands(), rows);
-    if (collapse && !onlyErrors)
-        QCOMPARE(gui::DetailsPane::rowLines(f.model, 2).value(1),
-                 "This row stands for 2 identical calls in a row, 2.469 ms in all; below is the last."_q);
-}
-
-// The pane pairs a call with its return also when the return arrives later; error rows keep dark
-// text on their light red whatever the theme.
-void TestAnalysis::detailsFollowTheCall()
-{
-    Fixture f(4, 20);
-    std::vector<FullEntry> list = records({{"viRead(7, \"\")", s_Timeout}, {"viWrite(7, \"*CLS\\n\")"}});
-    const FullEntry lateReturn = list[1];
-    list.erase(list.begin() + 1);
-    f.capture(list);
-    f.find->nextError();
-    QCOMPARE(f.view.currentIndex().row(), -1); // no error shown yet
-    f.view.setCurrentIndex(f.model.index(0, s_Command));
-    auto* returnText = f.details.findChild<QPlainTextEdit*>("detailsReturn"_q);
-    QCOMPARE(returnText->toPlainText(), "Not returned yet"_q);
-    f.capture({lateReturn});
-    QCOMPARE(f.view.currentIndex().row(), 0);
-    QCOMPARE(returnText->toPlainText().section(QLatin1Char('\n'), 0, 1), "Return record (kind 1)\nId: 1"_q);
-    auto foreground = [&f](int row) { return f.model.data(f.model.index(row, s_Command), Qt::ForegroundRole); };
-    QVERIFY(foreground(2).value<QColor>() == Qt::black && !foreground(1).isValid());
-    QCOMPARE(f.statistics.statistics().toText().mid(1, 2),
-             lines(R"(viRead|1|1|1.235 ms|1.235 ms|1.235 ms|1.235 ms
-viWrite *CLS|1|0|1.235 ms|1.235 ms|1.235 ms|1.235 ms)"_q,
-                   true));
-}
-
-void TestAnalysis::firstStartAndRememberedPanes()
-{
-    QTableView* view = open();
-    const QSize screen = QGuiApplication::primaryScreen()->availableGeometry().size();
-    QVERIFY2(window->width() > 600 && window->height() > 400, "larger than the form at first start");
-    QVERIFY(window->width() <= screen.width() && window->height() <= screen.height());
-    const int command = view->columnViewportPosition(s_Command);
-    QVERIFY2(command >= 0 && command < view->viewport()->width() - 200, "the Command column is in sight");
-    auto panes = [this]() -> QString {
-        return QString::number(child<gui::DetailsPane>(window.get(), "detailsPane")->isVisible())
-            + QString::number(child<gui::StatisticsPane>(window.get(), "statisticsPane")->isVisible());
-    };
-    QCOMPARE(panes(), "10"_q);
-    child<gui::DetailsPane>(window.get(), "detailsPane")->toggleViewAction()->trigger();
-    child<gui::StatisticsPane>(window.get(), "statisticsPane")->toggleViewAction()->trigger();
-    window.reset();
-    open();
-    QCOMPARE(panes(), "01"_q);
-}
-
-void TestAnalysis::toolTipsOnlyForCutCells()
-{
-    app.clearbuffer();
-    QTableView* view = open();
-    const QString address = "TCPIP0::a-rather-long-host-name.example.com::hislip0::INSTR"_q;
-    write(1, -1, qPrintable(address));
-    view->setColumnWidth(LiveTraceModel::AddressColumn, 80);
-    auto tip = [view](int column) {
-        const QPoint at = view->visualRect(view->model()->index(0, column)).center();
-        QHelpEvent event(QEvent::ToolTip, at, view->viewport()->mapToGlobal(at));
-        QCoreApplication::sendEvent(view->viewport(), &event);
-        return QToolTip::isVisible() ? QToolTip::text() : QString();
-    };
-    QCOMPARE(tip(LiveTraceModel::DurationColumn), QString());
-    QCOMPARE(tip(LiveTraceModel::AddressColumn), address);
-}
-
-void TestAnalysis::pauseOnErrorShowsTheRow()
-{
-    app.clearbuffer();
-    QTableView* view = open();
-    child<QAction>(window.get(), "actionPauseOnError")->setChecked(true);
-    write(66, 60);
-    const QModelIndex current = view->currentIndex();
-    QCOMPARE(current.row(), 60);
-    QVERIFY(view->viewport()->rect().contains(view->visualRect(current).center()));
-    child<QAction>(window.get(), "actionPause")->setChecked(false);
+    QTest::newRow("no argument list") << QByteArray("viFlush") << QStringList();
 }
 
 int main(int argc, char** argv)
