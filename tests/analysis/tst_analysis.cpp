@@ -297,9 +297,8 @@ TCPIP0::192.168.1.10::inst0::INSTR|2|1|6.000 ms|1.003 s|2.000 s|2.000 s)"_q,
         QTest::addColumn<QList<int>>("ids");
         QTest::addColumn<QString>("status");
         using L = QList<int>;
-        QTest::newRow("text in the command, any case")
-            << "viread"_q << false << -1 << true << L {3, 5, 7, 3} << "3 matches"_q;
-        QTest::newRow("status name, backwards and around")
+        QTest::newRow("command text, any case") << "viread"_q << false << -1 << true << L {3, 5, 7, 3} << "3 matches"_q;
+        QTest::newRow("status name, backwards, around")
             << "VI_ERROR"_q << false << 6 << false << L {5, 8, 5} << "2 matches"_q;
         QTest::newRow("address") << "asrl1"_q << false << 0 << true << L {8, 8} << "1 match"_q;
         QTest::newRow("regular expression") << "meas|syst:e"_q << true << 6 << true << L {4, 6, 4} << "2 matches"_q;
@@ -331,11 +330,10 @@ TCPIP0::192.168.1.10::inst0::INSTR|2|1|6.000 ms|1.003 s|2.000 s|2.000 s)"_q,
     void errorsAfterRowsLeftTheTop()
     {
         Fixture f(2, 9); // 8 records: 4 calls
-        f.capture(
-            records({{"viWrite(7, \"A\")"}, {"viWrite(7, \"B\")"}, {"viRead(7, \"\")", s_Timeout}, {"viClear(7)"}}));
+        f.capture(records({{"viOpen(1)"}, {"viClear(7)"}, {"viRead(7)", s_Timeout}, {"viFlush(7)"}}));
         f.view.setCurrentIndex(f.model.index(2, s_Command));
-        f.capture(records({{"viRead(7, \"\")", s_Timeout}, {"viClose(7)"}}, 5));
-        QCOMPARE(f.commands(), R"(viRead(7, "")|viClear(7)|viRead(7, "")|viClose(7))"_q);
+        f.capture(records({{"viRead(7)", s_Timeout}, {"viClose(7)"}}, 5));
+        QCOMPARE(f.commands(), "viRead(7)|viFlush(7)|viRead(7)|viClose(7)"_q);
         QCOMPARE(f.view.currentIndex().row(), 0);
         QCOMPARE(f.moves(&FindBar::nextError, 3), (QList<int> {5, 3, 5}));
         f.type("viclose"_q, false);
