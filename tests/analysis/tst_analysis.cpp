@@ -297,7 +297,7 @@ TCPIP0::192.168.1.10::inst0::INSTR|2|1|6.000 ms|1.003 s|2.000 s|2.000 s)"_q,
         QTest::addColumn<QList<int>>("ids");
         QTest::addColumn<QString>("status");
         using L = QList<int>;
-        QTest::newRow("command text, any case") << "viread"_q << false << -1 << true << L {3, 5, 7, 3} << "3 matches"_q;
+        QTest::newRow("command text, any case") << "viread"_q << false << 1 << true << L {3, 5, 7, 3} << "3 matches"_q;
         QTest::newRow("status name, backwards, around")
             << "VI_ERROR"_q << false << 6 << false << L {5, 8, 5} << "2 matches"_q;
         QTest::newRow("address") << "asrl1"_q << false << 0 << true << L {8, 8} << "1 match"_q;
@@ -305,7 +305,7 @@ TCPIP0::192.168.1.10::inst0::INSTR|2|1|6.000 ms|1.003 s|2.000 s|2.000 s)"_q,
         QTest::newRow("no match leaves the row") << "zzz"_q << false << 2 << true << L {3} << "No match"_q;
         QTest::newRow("invalid expression") << "("_q << true << 2 << true << L {3} << "missing closing parenthesis"_q;
         QTest::newRow("next error") << ""_q << false << -1 << true << L {5, 8, 5} << ""_q;
-        QTest::newRow("previous error") << ""_q << false << 6 << false << L {5, 8, 5} << ""_q;
+        QTest::newRow("previous error") << ""_q << false << 5 << false << L {5, 8, 5} << ""_q;
     }
     void find()
     {
