@@ -223,7 +223,7 @@ Text dump:
     {
         QFETCH(QByteArray, text);
         QFETCH(QStringList, lines);
-        QCOMPARE(RecordDetails::commandLines(text).mid(2), lines);
+        QCOMPARE(QStringList(RecordDetails::commandLines(text).mid(2)), lines);
     }
 
     // Returns count, a call still open does not; writes count under their first SCPI header.
