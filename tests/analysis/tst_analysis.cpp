@@ -1,5 +1,6 @@
 #include "AppTestSupport.h"
 #include "CallStatistics.h"
+#include "CaptureWindow.h"
 #include "DetailsPane.h"
 #include "FindBar.h"
 #include "MainWindow.h"
@@ -38,20 +39,38 @@ struct Call
     double duration = 0.001234567;
 };
 
-// Each call and its return as thread 101 of process 100 writes them, numbered from firstId.
-std::vector<FullEntry> records(const std::vector<Call>& calls, std::uint64_t firstId = 1)
+// Each call and its return as thread 101 of process 100 writes them; ids never repeat in a run.
+std::vector<FullEntry> records(const std::vector<Call>& calls)
 {
+    static std::uint64_t id = 0;
     std::vector<FullEntry> list;
     for (const Call& c : calls) {
+        ++id;
         for (std::uint32_t kind : {0u, 1u}) {
-            FullEntry e = makeCall(100, 101, firstId, kind, c.text, kind ? c.status : 0);
+            FullEntry e = makeCall(100, 101, id, kind, c.text, kind ? c.status : 0);
             e.duration = kind ? c.duration : 0;
             std::strncpy(e.address, c.address, sizeof e.address - 1);
             list.push_back(e);
         }
-        ++firstId;
     }
     return list;
+}
+
+// Calls of texts of their own, so that none collapse; the one at errorAt fails.
+std::vector<Call> distinct(int count, int errorAt = -1, const char* address = "GPIB0::22::INSTR")
+{
+    std::vector<Call> list;
+    for (int i = 0; i < count; ++i)
+        list.push_back({"viRead(7, \"" + std::to_string(i) + "\")", i == errorAt ? s_Timeout : 0, address});
+    return list;
+}
+
+// Records as read back from a file.
+capture::Capture captured(const std::vector<Call>& calls)
+{
+    capture::Capture c;
+    c.records = records(calls);
+    return c;
 }
 
 // Records numbered as the live model numbers its local copies.
@@ -71,17 +90,6 @@ struct NumberedRing
     std::uint64_t sequence = 0;
 };
 
-// What a producer writes, taken through every stage of the model at once.
-void capture(TraceProducer& producer, LiveTraceModel& model, const std::vector<FullEntry>& list)
-{
-    for (const FullEntry& e : list)
-        producer.write(e);
-    QTest::qWait(LiveTraceModel::s_TimerInterval + 10); // the shared stage feeds a ring at most once a tick
-    model.updateSharedData();
-    model.updateInternalAndDipslay();
-    QCoreApplication::processEvents();
-}
-
 const std::vector<Call> s_Table = {
     {"viOpen(1, \"TCPIP0::192.168.1.10::inst0::INSTR\", 0, 0, 7)", 0, "TCPIP0::192.168.1.10::inst0::INSTR"},
     {"viWrite(7, \"*IDN?\\n\", 6, 6)"},
@@ -94,73 +102,28 @@ const std::vector<Call> s_Table = {
     {"viClose(7)"},
 };
 
-// The analysis parts on a model of their own: records loaded as from a capture or, given a ring
-// capacity, taken live from a private segment through a ring that small.
-struct Fixture
+void type(FindBar* find, const QString& text, bool regex)
 {
-    explicit Fixture(int tag, int ringCapacity = 0)
-        : segment(tag)
-        , control(segment.key, s_VisaSharedMemorySize, segment.semaphore)
-        , producer(segment.key, s_VisaSharedMemorySize, segment.semaphore, segment.fileSemaphore)
-        , model(nullptr, control, QString::fromStdString(TestNames::sharedRingName(std::to_string(tag).c_str())))
-    {
-        details.show();
-        statistics.show();
-        if (ringCapacity > 0) {
-            control.setTracingActive(true);
-            model.setSharedRingSize(24 + 1232 * ringCapacity);
-            model.start();
-        }
-    }
-    ~Fixture() { model.tableView = nullptr; }
-    // The view shows the model before the find bar and the panes follow it.
-    FindBar* attach()
-    {
-        view.setModel(&model);
-        model.selectionModel = view.selectionModel();
-        model.tableView = &view;
-        return new FindBar(model, &view);
-    }
-    void capture(const std::vector<FullEntry>& list) { ::capture(producer, model, list); }
-    void type(const QString& text, bool regex)
-    {
-        find->activate();
-        find->findChild<QCheckBox*>()->setChecked(regex);
-        find->findChild<QLineEdit*>()->setText(text);
-    }
-    // The ids of the calls the current row visits, one move after the other.
-    QList<int> moves(void (FindBar::*move)(), int count)
-    {
-        QList<int> ids;
-        for (int i = 0; i < count; ++i) {
-            (find->*move)();
-            const FullEntry* e = model.recordAt(view.currentIndex().row());
-            ids << (e ? static_cast<int>(e->id) : -1);
-        }
-        return ids;
-    }
-    QString commands() const
-    {
-        QStringList list;
-        for (int r = 0; r < model.rowCount(); ++r)
-            list << model.data(model.index(r, s_Command)).toString();
-        return list.join(QLatin1Char('|'));
-    }
+    find->activate();
+    find->findChild<QCheckBox*>()->setChecked(regex);
+    find->findChild<QLineEdit*>()->setText(text);
+}
 
-    PrivateSegment segment;
-    TraceChannelControl control;
-    TraceProducer producer;
-    LiveTraceModel model;
-    QTableView view;
-    FindBar* find = attach();
-    gui::DetailsPane details {model, &view};
-    gui::StatisticsPane statistics {model};
-};
+// The rows of the bar's table that the moves make current, one after the other.
+QList<int> moves(FindBar* find, void (FindBar::*move)(), int count)
+{
+    QList<int> rows;
+    for (int i = 0; i < count; ++i) {
+        (find->*move)();
+        rows << static_cast<QTableView*>(find->parentWidget())->currentIndex().row();
+    }
+    return rows;
+}
 
 } // namespace
 
-// Reading a call whole, finding it, and the figures over all calls: first the texts alone, then on
-// a model of their own, then in the tool's window on a private segment.
+// Reading a call whole, finding it, and the figures over all calls: first the texts alone, then in
+// a capture window, then in the tool's window on a private segment.
 class TestAnalysis : public QObject
 {
     Q_OBJECT
@@ -175,10 +138,16 @@ private slots:
     {
         qputenv("TZ", "UTC");
         tzset();
-        // Tracing is on before any window comes, so that the window's monitor sees no edge to act on.
+        // A ring of 40 calls, so that rows leave its top after a few. Tracing is on before any window
+        // comes, so that the window's monitor sees no edge to act on.
+        app.getModel().setSharedRingSize(24 + 1232 * 81);
         app.starttrace();
     }
-    void cleanup() { window.reset(); }
+    void cleanup()
+    {
+        window.reset();
+        app.clearbuffer();
+    }
 
     // A call and its return pair by process, thread and id anywhere in the ring; an open call says so.
     void callDetails()
@@ -294,18 +263,18 @@ TCPIP0::192.168.1.10::inst0::INSTR|2|1|6.000 ms|1.003 s|2.000 s|2.000 s)"_q,
         QTest::addColumn<bool>("regex");
         QTest::addColumn<int>("from");
         QTest::addColumn<bool>("forward");
-        QTest::addColumn<QList<int>>("ids");
+        QTest::addColumn<QList<int>>("rows");
         QTest::addColumn<QString>("status");
         using L = QList<int>;
-        QTest::newRow("command text, any case") << "viread"_q << false << 1 << true << L {3, 5, 7, 3} << "3 matches"_q;
+        QTest::newRow("command text, any case") << "viread"_q << false << 1 << true << L {2, 4, 6, 2} << "3 matches"_q;
         QTest::newRow("status name, backwards, around")
-            << "VI_ERROR"_q << false << 6 << false << L {5, 8, 5} << "2 matches"_q;
-        QTest::newRow("address") << "asrl1"_q << false << 0 << true << L {8, 8} << "1 match"_q;
-        QTest::newRow("regular expression") << "meas|syst:e"_q << true << 6 << true << L {4, 6, 4} << "2 matches"_q;
-        QTest::newRow("no match leaves the row") << "zzz"_q << false << 2 << true << L {3} << "No match"_q;
-        QTest::newRow("invalid expression") << "("_q << true << 2 << true << L {3} << "missing closing parenthesis"_q;
-        QTest::newRow("next error") << ""_q << false << -1 << true << L {5, 8, 5} << ""_q;
-        QTest::newRow("previous error") << ""_q << false << 5 << false << L {5, 8, 5} << ""_q;
+            << "VI_ERROR"_q << false << 6 << false << L {4, 7, 4} << "2 matches"_q;
+        QTest::newRow("address") << "asrl1"_q << false << 0 << true << L {7, 7} << "1 match"_q;
+        QTest::newRow("regular expression") << "meas|syst:e"_q << true << 6 << true << L {3, 5, 3} << "2 matches"_q;
+        QTest::newRow("no match leaves the row") << "zzz"_q << false << 2 << true << L {2} << "No match"_q;
+        QTest::newRow("invalid expression") << "("_q << true << 2 << true << L {2} << "missing closing parenthesis"_q;
+        QTest::newRow("next error") << ""_q << false << -1 << true << L {4, 7, 4} << ""_q;
+        QTest::newRow("previous error") << ""_q << false << 5 << false << L {4, 7, 4} << ""_q;
     }
     void find()
     {
@@ -313,31 +282,16 @@ TCPIP0::192.168.1.10::inst0::INSTR|2|1|6.000 ms|1.003 s|2.000 s|2.000 s)"_q,
         QFETCH(bool, regex);
         QFETCH(int, from);
         QFETCH(bool, forward);
-        QFETCH(QList<int>, ids);
+        QFETCH(QList<int>, rows);
         QFETCH(QString, status);
-        Fixture f(1);
-        f.model.loadRecords(records(s_Table));
+        gui::CaptureWindow w(app, "capture"_q, captured(s_Table));
         if (from >= 0)
-            f.view.setCurrentIndex(f.model.index(from, s_Command));
-        f.type(pattern, regex);
-        QCOMPARE(f.find->statusText(), status);
+            w.table()->setCurrentIndex(w.model().index(from, s_Command));
+        type(w.findBar(), pattern, regex);
+        QCOMPARE(w.findBar()->statusText(), status);
         void (FindBar::*move)() = pattern.isEmpty() ? (forward ? &FindBar::nextError : &FindBar::previousError)
                                                     : (forward ? &FindBar::findNext : &FindBar::findPrevious);
-        QCOMPARE(f.moves(move, ids.size()), ids);
-    }
-
-    // Rows leave the top when the ring is full; moves still start from the row the reader is on.
-    void errorsAfterRowsLeftTheTop()
-    {
-        Fixture f(2, 9); // 8 records: 4 calls
-        f.capture(records({{"viOpen(1)"}, {"viClear(7)"}, {"viRead(7)", s_Timeout}, {"viFlush(7)"}}));
-        f.view.setCurrentIndex(f.model.index(2, s_Command));
-        f.capture(records({{"viRead(7)", s_Timeout}, {"viClose(7)"}}, 5));
-        QCOMPARE(f.commands(), "viRead(7)|viFlush(7)|viRead(7)|viClose(7)"_q);
-        QCOMPARE(f.view.currentIndex().row(), 0);
-        QCOMPARE(f.moves(&FindBar::nextError, 3), (QList<int> {5, 3, 5}));
-        f.type("viclose"_q, false);
-        QCOMPARE(f.moves(&FindBar::findPrevious, 1), QList<int> {6});
+        QCOMPARE(moves(w.findBar(), move, rows.size()), rows);
     }
 
     void onlyErrors_data()
@@ -354,14 +308,16 @@ TCPIP0::192.168.1.10::inst0::INSTR|2|1|6.000 ms|1.003 s|2.000 s|2.000 s)"_q,
         QFETCH(bool, collapse);
         QFETCH(bool, onlyErrors);
         QFETCH(QString, rows);
-        Fixture f(3);
-        f.model.setCollapseSameCommands(collapse);
-        f.model.setOnlyErrors(onlyErrors);
         const Call error {"viRead(7)", s_Timeout};
-        f.model.loadRecords(records({error, {"viWrite(7)"}, error, error, {"viClose(7)"}}));
-        QCOMPARE(f.commands(), rows);
+        gui::CaptureWindow w(app, "capture"_q, captured({error, {"viWrite(7)"}, error, error, {"viClose(7)"}}));
+        w.model().setCollapseSameCommands(collapse);
+        w.model().setOnlyErrors(onlyErrors);
+        QStringList commands;
+        for (int r = 0; r < w.model().rowCount(); ++r)
+            commands << w.model().index(r, s_Command).data().toString();
+        QCOMPARE(commands.join(QLatin1Char('|')), rows);
         if (collapse && !onlyErrors)
-            QCOMPARE(gui::DetailsPane::rowLines(f.model, 2).value(1),
+            QCOMPARE(gui::DetailsPane::rowLines(w.model(), 2).value(1),
                      "This row stands for 2 identical calls in a row, 2.469 ms in all; below is the last."_q);
     }
 
@@ -369,26 +325,43 @@ TCPIP0::192.168.1.10::inst0::INSTR|2|1|6.000 ms|1.003 s|2.000 s|2.000 s)"_q,
     // whatever the theme.
     void detailsFollowTheCall()
     {
-        Fixture f(4, 20);
-        std::vector<FullEntry> list = records({{"viRead(7, \"\")", s_Timeout}, {"viWrite(7, \"*CLS\\n\")"}});
+        QTableView* view = open();
+        get<QDockWidget>("statisticsPane")->show();
+        std::vector<FullEntry> list = records({{"viRead(7)", s_Timeout}, {"viWrite(7, \"*CLS\\n\")"}});
         const FullEntry lateReturn = list[1];
         list.erase(list.begin() + 1);
-        f.capture(list);
-        f.find->nextError();
-        QCOMPARE(f.view.currentIndex().row(), -1); // no error shown yet
-        f.view.setCurrentIndex(f.model.index(0, s_Command));
-        auto* returnText = f.details.findChild<QPlainTextEdit*>("detailsReturn"_q);
+        write(list);
+        get<FindBar>("findBar")->nextError();
+        QCOMPARE(view->currentIndex().row(), -1); // no error shown yet
+        view->setCurrentIndex(view->model()->index(0, s_Command));
+        auto* returnText = get<QPlainTextEdit>("detailsReturn");
         QCOMPARE(returnText->toPlainText(), "Not returned yet"_q);
-        f.capture({lateReturn});
-        QCOMPARE(f.view.currentIndex().row(), 0);
-        QCOMPARE(returnText->toPlainText().section(QLatin1Char('\n'), 0, 1), "Return record (kind 1)\nId: 1"_q);
-        auto foreground = [&f](int row) { return f.model.data(f.model.index(row, s_Command), Qt::ForegroundRole); };
+        write({lateReturn});
+        QCOMPARE(view->currentIndex().row(), 0);
+        QVERIFY(returnText->toPlainText().startsWith("Return record (kind 1)\nId: "_q));
+        auto foreground = [view](int row) { return view->model()->index(row, s_Command).data(Qt::ForegroundRole); };
         QVERIFY(foreground(2).value<QColor>() == Qt::black && !foreground(1).isValid());
-        QCOMPARE(f.statistics.statistics().toText().value(1), "viRead\t1\t1\t1.235 ms\t1.235 ms\t1.235 ms\t1.235 ms"_q);
+        QCOMPARE(get<gui::StatisticsPane>("statisticsPane")->statistics().toText().value(1),
+                 "viRead\t1\t1\t1.235 ms\t1.235 ms\t1.235 ms\t1.235 ms"_q);
+    }
+
+    // Rows leave the top when the ring is full; moves still start from the row the reader is on.
+    void errorsAfterRowsLeftTheTop()
+    {
+        QTableView* view = open();
+        write(records(distinct(40, 2)));
+        view->setCurrentIndex(view->model()->index(2, s_Command));
+        write(records(distinct(2, 0))); // two calls leave the top
+        QCOMPARE(view->currentIndex().row(), 0);
+        auto* find = get<FindBar>("findBar");
+        QCOMPARE(moves(find, &FindBar::nextError, 3), (QList<int> {38, 0, 38}));
+        type(find, R"(viread(7, "1"))"_q, false);
+        QCOMPARE(moves(find, &FindBar::findPrevious, 1), QList<int> {39});
     }
 
     void firstStartAndRememberedPanes()
     {
+        QSettings().clear();
         QTableView* view = open();
         const QSize screen = QGuiApplication::primaryScreen()->availableGeometry().size();
         QVERIFY2(window->width() > 600 && window->height() > 400, "larger than the form at first start");
@@ -410,9 +383,9 @@ TCPIP0::192.168.1.10::inst0::INSTR|2|1|6.000 ms|1.003 s|2.000 s|2.000 s)"_q,
         QTableView* view = open();
         get("actionPauseOnError")->setChecked(true);
         const QString address = "TCPIP0::a-rather-long-host-name.example.com::hislip0::INSTR"_q;
-        write(66, 60, qPrintable(address));
+        write(records(distinct(40, 34, qPrintable(address))));
         const QModelIndex current = view->currentIndex();
-        QCOMPARE(current.row(), 60);
+        QCOMPARE(current.row(), 34);
         QVERIFY(view->viewport()->rect().contains(view->visualRect(current).center()));
         auto tip = [view, current](int column) {
             const QPoint at = view->visualRect(current.siblingAtColumn(column)).center();
@@ -434,20 +407,20 @@ private:
         return get<QTableView>("liveView");
     }
     template<class T = QAction> T* get(const char* name) const { return child<T>(window.get(), name); }
-    // Calls of texts of their own, so that none collapse; the one at errorAt fails.
-    void write(int count, int errorAt = -1, const char* address = "GPIB0::22::INSTR")
+    // What a producer writes, taken through every stage of the tool's model at once.
+    void write(const std::vector<FullEntry>& list)
     {
-        std::vector<Call> list;
-        for (int i = 0; i < count; ++i)
-            list.push_back({"viRead(7, \"" + std::to_string(i) + "\")", i == errorAt ? s_Timeout : 0, address});
-        ::capture(producer, app.getModel(), records(list, nextId));
-        nextId += static_cast<std::uint64_t>(count);
+        for (const FullEntry& e : list)
+            producer.write(e);
+        QTest::qWait(LiveTraceModel::s_TimerInterval + 10); // the shared stage feeds a ring at most once a tick
+        app.getModel().updateSharedData();
+        app.getModel().updateInternalAndDipslay();
+        QCoreApplication::processEvents();
     }
 
     TraceApplication& app;
     TraceProducer producer {segment().key, s_VisaSharedMemorySize, segment().semaphore, segment().fileSemaphore};
     std::unique_ptr<gui::MainWindow> window;
-    std::uint64_t nextId = 1;
 };
 
 // The lines after the command's length and text.
