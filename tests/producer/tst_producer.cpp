@@ -9,6 +9,7 @@
 
 #include <QtTest>
 
+#include <sys/prctl.h>
 #include <sys/stat.h>
 
 #include <atomic>
@@ -210,6 +211,7 @@ private slots:
         reader.control.settracingToFileActive(true, logs[0]);
         const pid_t switcher = fork();
         if (switcher == 0) {
+            prctl(PR_SET_PDEATHSIG, SIGKILL); // never outlives a test that crashed
             TraceChannelControl control(segment.key, s_VisaSharedMemorySize, segment.semaphore);
             for (int i = 0;; ++i, usleep(500))
                 control.settracingToFileActive(true, logs[i % 2]);
