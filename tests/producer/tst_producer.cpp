@@ -86,7 +86,7 @@ private slots:
         std::string text = "viWrite(1, \"*idn?\")";
         text.resize(static_cast<std::size_t>(length), 'x');
 
-        QCOMPARE(producer.write(makeEntry(1, 100, 0, text)), outcome);
+        QCOMPARE(int(producer.write(makeEntry(1, 100, 0, text))), int(outcome));
         control.copySharedMemory(true);
         const std::vector<FullEntry> records = walk(control);
         QCOMPARE(QByteArray(records.size() == 1 ? records[0].text : "none"),

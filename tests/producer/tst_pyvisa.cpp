@@ -81,7 +81,7 @@ private slots:
         }
         QFile expected(QStringLiteral(ZEL_SESSION_TRACE));
         QVERIFY(expected.open(QIODevice::ReadOnly));
-        QCOMPARE(lines.join(QLatin1Char('\n')) + QLatin1Char('\n'), QString::fromLatin1(expected.readAll()));
+        QCOMPARE(lines, QString::fromLatin1(expected.readAll()).split(QLatin1Char('\n'), Qt::SkipEmptyParts));
         QVERIFY(numbered);
         QVERIFY(records[37].duration >= 1.5 && records[37].duration < 30); // the session's timeout, waited
     }
