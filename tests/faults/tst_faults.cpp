@@ -38,11 +38,7 @@ private slots:
 
     void cleanup()
     {
-        for (auto& process : instances) {
-            process->kill();
-            process->waitForFinished(10000);
-        }
-        instances.clear();
+        instances.clear(); // a QProcess kills its process and waits for it when it goes
     }
 
     void ruleCountIsBounded_data()
@@ -155,7 +151,7 @@ private slots:
         for (int i = 0; i < started; ++i)
             QVERIFY(startInstance());
         for (int i = 0; i < killed; ++i) {
-            ::kill(static_cast<pid_t>(instances[i]->processId()), SIGKILL);
+            instances[i]->kill();
             QVERIFY(instances[i]->waitForFinished(10000));
         }
         QVERIFY(shows("viRead while peers come and go"));
@@ -202,7 +198,7 @@ private slots:
     {
         QVERIFY(startInstance());
         app.startfiletrace(dir.filePath(QStringLiteral("faults.log")).toStdString());
-        ::kill(static_cast<pid_t>(instances.back()->processId()), SIGKILL);
+        instances.back()->kill();
         QVERIFY(instances.back()->waitForFinished(10000));
         // This copy also left the ring before, as one that only records to a file would never join it.
         app.getModel().detachSharedRingBuffer();
