@@ -15,24 +15,6 @@ FullEntry entry(std::uint64_t id)
     return makeEntry(id, 0, 0, "record " + std::to_string(id));
 }
 
-QString ringName(const char* tag)
-{
-    return QString::fromStdString(TestNames::sharedRingName(tag));
-}
-
-struct BlockHeader
-{
-    std::uint32_t attachCount, begin, end, padding;
-    std::int64_t lastUpdate;
-};
-
-BlockHeader headerOf(RingBufferSharedMem<FullEntry>& ring)
-{
-    BlockHeader h;
-    std::memcpy(&h, ring.block().constData(), sizeof h);
-    return h;
-}
-
 constexpr int ringBytes(int slotCount)
 {
     return RingBufferSharedMem<FullEntry>::s_HeaderSize + slotCount * static_cast<int>(sizeof(FullEntry));
@@ -84,7 +66,7 @@ private slots:
     // and sees the records, the update time and the count; what it changes, the first copy sees.
     void anotherProcessSharesTheBlock()
     {
-        const QString name = ringName("process");
+        const QString name = QString::fromStdString(TestNames::sharedRingName("process"));
         RingBufferSharedMem<FullEntry> ring(name, ringBytes(10));
         QCOMPARE(ring.numberOfElements(), 10u);
         ring.block().lock();
@@ -110,7 +92,7 @@ private slots:
         ring.block().lock();
         ring.readHeader();
         ring.block().unlock();
-        QCOMPARE(headerOf(ring).attachCount, 1u);
+        QCOMPARE(*static_cast<const quint32*>(ring.block().constData()), 1u); // the count the child left
         QCOMPARE(ring.size(), 8u);
         QCOMPARE(QByteArray(ring((ring.end + 9) % 10).text), QByteArray("record 43"));
     }
@@ -127,10 +109,10 @@ private slots:
     void hostileBlocks()
     {
         QFETCH(int, slotCount);
-        const QString name = ringName("hostile");
+        const QString name = QString::fromStdString(TestNames::sharedRingName("hostile"));
         QSharedMemory block(name);
         QVERIFY(block.create(ringBytes(slotCount)));
-        const BlockHeader hostile {1, 7, 0xFFFFFFF0u, 0, 0};
+        const quint32 hostile[6] = {1, 7, 0xFFFFFFF0u}; // count, begin, end, padding, last update
         std::memcpy(block.data(), &hostile, sizeof hostile);
 
         RingBufferSharedMem<FullEntry> ring(name, ringBytes(100));
