@@ -181,6 +181,9 @@ public:
             restore();
             return false;
         }
+        // A recording holds the calls made while it runs. The shared ring may still hold a window's
+        // history or the last calls of a recorder that was killed; those are not written again.
+        model.clear();
         writer.begin();
         file.flush(); // a file with its header says that recording runs
         clock.start();
