@@ -163,7 +163,7 @@ private slots:
         QTest::newRow("read index far beyond") << 0xFFFFFFF0u << 3u << 7279ul << QByteArrayList();
         QTest::newRow("both beyond") << 9000u << 8000u << 7279ul << QByteArrayList();
         QTest::newRow("chain running into the write index") << 7278u << 0u << 7278ul << QByteArrayList();
-        QTest::newRow("a chain ending in slot 0")
+        QTest::newRow("chain ending in slot 0")
             << 7278u << 2u << 7276ul << QByteArrayList {QByteArray(80, 'z'), QByteArray()};
     }
 
