@@ -219,10 +219,10 @@ private slots:
     }
 
     // Error rows are red unless a highlight takes them; the call of the current row and its return are
-    // bold, and the call's arrow changes.
+    // bold (not another call of the thread), and the call's arrow changes.
     void coloursAndCurrentCall()
     {
-        Pipeline p(4, {{1, 1, 1, 0, "a"}, {1, 2, 2, 0, "b"}, {1, 1, 1, 1, "a"}, {1, 3, 3, 1, "c", -1}});
+        Pipeline p(4, {{1, 1, 1, 0, "a"}, {1, 2, 2, 0, "b"}, {1, 1, 1, 1, "a"}, {1, 1, 3, 1, "c", -1}});
         auto background = [&](int row) { return p.model.data(p.model.index(row, 3), Qt::BackgroundRole); };
         QVERIFY(p.model.errorInDisplay && !background(0).isValid());
         QCOMPARE(background(3).value<QBrush>().color(), QColor(255, 128, 128));
@@ -243,7 +243,7 @@ private slots:
         QCOMPARE(bold(), QStringLiteral("1010"));
         QVERIFY(!p.model.data(p.model.index(1, 0), Qt::FontRole).isValid());
         QVERIFY(plainDown != 0 && icon(0) != plainDown && icon(1) == plainDown);
-        p.model.addFilter(rule(SingleFilter::HighlightThread, 3, "", Qt::green));
+        p.model.addFilter(rule(SingleFilter::HighlightCommand, 0, "c", Qt::green));
         QCOMPARE(background(3).value<QColor>(), QColor(Qt::green));
     }
 
