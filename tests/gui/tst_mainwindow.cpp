@@ -480,11 +480,15 @@ private slots:
                 model.setFilter(ModelFilters());
             QTest::qWait(step % 2 ? 60 : 15);
 
-            // Every row shows its own record or nothing, and row headers match the records.
+            // Every row shows one record whole (its id is the number in its text) or nothing, and the
+            // rows keep the order in which the calls came.
+            std::uint64_t previous = 0;
             for (int r = 0; r < model.rowCount(); r += 173) {
-                const LiveTraceModel::Entry* e = model.recordAt(r);
                 const QString command = model.data(model.index(r, LiveTraceModel::CommandColumn)).toString();
-                QVERIFY2(!e || command.endsWith(QLatin1String(e->text)), qPrintable(command));
+                const std::uint64_t id = model.data(model.index(r, LiveTraceModel::IdColumn)).toULongLong();
+                const bool whole = command.endsWith(QStringLiteral(" %1\")").arg(id - idBase));
+                QVERIFY2(command.isEmpty() || (whole && id >= previous), qPrintable(command));
+                previous = command.isEmpty() ? previous : id;
             }
         }
         qInstallMessageHandler(previousHandler);
