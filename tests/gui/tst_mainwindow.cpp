@@ -156,13 +156,16 @@ private slots:
         QFETCH(int, entry);
         write(1, 1, 1, 0, "viClear(0x1)");
         write(1, 1, 1, 1, "viClear(0x1)");
-        write(4242, 77, 2, 0, "viWrite(0x7, \"*IDN?\\n\", 6, 6)");
-        write(4242, 77, 2, 1, "viWrite(0x7, \"*IDN?\\n\", 6, 6)");
+        for (std::uint32_t kind : {0u, 1u}) {
+            FullEntry e = makeCall(4242, 77, idBase + 2, kind, "viWrite(0x9, \"*IDN?\\n\", 6, 6)");
+            e.session = 9;
+            std::strcpy(e.address, "TCPIP0::h::INSTR");
+            producer.write(e);
+        }
         capture();
         popup(1 * 32 + entry);
-        // Row 1 is pid 4242, thread 77, session 7, address GPIB0::22::INSTR: the rule's count, type,
-        // colour, value and text.
-        const char* const taken[] = {"77 ", "4242 ", "7 ", "0 GPIB0::22::INSTR", "0 viWrite("};
+        // Row 1 differs from row 0 in every field: the rule's count, type, colour, value and text.
+        const char* const taken[] = {"77 ", "4242 ", "9 ", "0 TCPIP0::h::INSTR", "0 viWrite("};
         const QList<SingleFilter>& rules = model.getFilters().filters;
         const SingleFilter rule = rules.value(0);
         QCOMPARE(QStringLiteral("%1 %2 %3 %4 ").arg(rules.size()).arg(rule.type).arg(rule.color.name()).arg(rule.value)
