@@ -125,13 +125,12 @@ void CaptureWindow::setupMenus()
     file->addAction(tr("&Export view..."), this, [this] { askAndExport(this, captureModel); });
     file->addSeparator();
     constexpr std::uint64_t part = capture::CaptureReader::s_MaxRecords;
-    partActions << file->addAction(tr("E&arlier records"), this, [this] {
-        showPart(first > part ? first - part : 0);
-    }) << file->addAction(tr("&Later records"), this, [this] {
-        showPart(std::min(first + part, total > part ? total - part : 0));
-    }) << file->addAction(tr("Part with the first &failed call"), this, [this] {
-        showPart(static_cast<std::uint64_t>(std::max<std::int64_t>(0, firstError - part / 2)), true);
-    });
+    partActions << file->addAction(tr("E&arlier records"), this, [this] { showPart(first > part ? first - part : 0); })
+                << file->addAction(tr("&Later records"), this,
+                                   [this] { showPart(std::min(first + part, total > part ? total - part : 0)); })
+                << file->addAction(tr("Part with the first &failed call"), this, [this] {
+                       showPart(static_cast<std::uint64_t>(std::max<std::int64_t>(0, firstError - part / 2)), true);
+                   });
     partActions[0]->setShortcut(QKeySequence(Qt::ALT + Qt::Key_PageUp));
     partActions[1]->setShortcut(QKeySequence(Qt::ALT + Qt::Key_PageDown));
     file->addSeparator();
