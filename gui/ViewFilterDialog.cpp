@@ -248,9 +248,9 @@ void ViewFilterDialog::loadFile(QString const& fileName)
             currentRow = -1;
             break;
         case ModelFilters::LoadResult::TooManyRules:
-            QMessageBox::warning(this, tr("Open View Filter file"),
-                                 tr("The file holds more than %1 rules and was not loaded.")
-                                     .arg(ModelFilters::s_MaxFileRules));
+            QMessageBox::warning(
+                this, tr("Open View Filter file"),
+                tr("The file holds more than %1 rules and was not loaded.").arg(ModelFilters::s_MaxFileRules));
             break;
         case ModelFilters::LoadResult::Foreign:
             break;
