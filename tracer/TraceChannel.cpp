@@ -35,6 +35,8 @@ bool TraceChannel::reattachIfReplaced()
             return false;
     }
     // Nothing attached yet (the key was taken by a segment of the wrong size, say) is retried too.
+    SharedMemoryHeader old;
+    TraceChannel::readSharedMemoryHeader(old); // zeros when nothing was attached
     memory.detach();
     segmentId = -1;
     if (!memory.create(segmentSize, SharedMemory::ReadWrite))
@@ -42,7 +44,23 @@ bool TraceChannel::reattachIfReplaced()
     segmentId = currentSegmentId();
     if (!memory.hasExisted())
         initSharedMemroy();
+    carryRecordFilters(old);
     return true;
+}
+
+// The record filters the user set keep holding for the producers, which read them from the new
+// segment; a new segment that already has filters of its own (another copy of the tool set them)
+// keeps those.
+void TraceChannel::carryRecordFilters(SharedMemoryHeader const& old)
+{
+    if ((old.pidFilter == 0 && old.messageFilter[0] == 0) || !memory.lock())
+        return;
+    SharedMemoryHeader* h = sharedHeader();
+    if (h->pidFilter == 0 && h->messageFilter[0] == 0) {
+        h->pidFilter = old.pidFilter;
+        std::memcpy(h->messageFilter, old.messageFilter, sizeof h->messageFilter);
+    }
+    memory.unlock();
 }
 
 TraceChannel::~TraceChannel() = default;

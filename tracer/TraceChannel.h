@@ -27,7 +27,8 @@ public:
     // Anyone may remove the segment (ipcrm) or replace it under the same key while this channel
     // runs; producers then write into a new one that nobody reads. This notices it (the attached
     // segment marked for removal, gone, or a different segment under the key) and attaches the
-    // current one, creating and zeroing it when nobody has yet. Returns true when it re-attached.
+    // current one, creating and zeroing it when nobody has yet, and carries the record filters over.
+    // Returns true when it re-attached.
     // Call it from the thread that uses the channel: the old address is gone afterwards.
     bool reattachIfReplaced();
 
@@ -45,6 +46,7 @@ protected:
 
 private:
     int currentSegmentId() const;
+    void carryRecordFilters(SharedMemoryHeader const& old);
 
     int segmentKey;
     unsigned long segmentSize;

@@ -118,6 +118,8 @@ private slots:
     {
         QFETCH(int, fault);
         QSignalSpy reattached(&app, &TraceApplication::segmentReattached);
+        app.getChannelControl().setPidFilter(4242);
+        app.getChannelControl().setMessageFilter("vi");
         if (fault == ProducerKilledInLock)
             QVERIFY(killedHolding([] { return (new SharedMemory(segment().key, segment().semaphore))->lock(); }));
         else if (fault == SemaphoreRemoved)
@@ -130,6 +132,10 @@ private slots:
         QVERIFY(shows("viWrite after the fault"));
         app.clearbuffer();
         QVERIFY(shows("viRead after a clear"));
+        // The record filters hold for the producers of the new segment too.
+        QCOMPARE(write("other text"), TraceProducer::Outcome::Filtered);
+        app.getChannelControl().setPidFilter(0);
+        app.getChannelControl().setMessageFilter(std::string());
     }
 
     void killedInstancesAreNotCounted_data()
