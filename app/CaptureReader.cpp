@@ -110,6 +110,13 @@ struct Fields
                      .arg(QLatin1String(what), QString::fromLatin1(text.left(40))));
         return value;
     }
+    // Pid, thread and session, which every format writes side by side from `first` on.
+    template<class List> void caller(List const& fields, int first, FullEntry& e)
+    {
+        e.pid = number<std::uint32_t>(fields[first], "pid");
+        e.threadId = number<std::uint32_t>(fields[first + 1], "thread");
+        e.session = number<std::uint32_t>(fields[first + 2], "session");
+    }
     void fail(QString const& reason)
     {
         if (ok)
@@ -211,9 +218,7 @@ public:
         if (when.size() != 23 || when.at(19) != '.' || ms < 0 || !clock.seconds(when.left(19), QDate(), e.timestamp))
             p.fail(QStringLiteral("\"%1\" is not a date and time").arg(QString::fromUtf8(when.left(40))));
         e.elapsedTime = p.number<double>(f[4], "elapsed time");
-        e.pid = p.number<std::uint32_t>(f[5], "pid");
-        e.threadId = p.number<std::uint32_t>(f[6], "thread");
-        e.session = p.number<std::uint32_t>(f[7], "session");
+        p.caller(f, 5, e);
         copyText(e.address, unescapeControls(QString::fromUtf8(f[8])));
         const double total = p.number<double>(f[9], "duration");
         e.status = p.number<std::int32_t>(f[10], "status");
@@ -285,9 +290,7 @@ public:
         const int ms = milliseconds(shown.mid(9));
         if (!time.isValid() || shown.size() != 12 || shown.at(8) != '.' || ms < 0)
             p.fail(QStringLiteral("\"%1\" is not a time").arg(QString::fromLatin1(shown.left(20))));
-        e.pid = p.number<std::uint32_t>(head[3], "pid");
-        e.threadId = p.number<std::uint32_t>(head[4], "thread");
-        e.session = p.number<std::uint32_t>(head[5], "session");
+        p.caller(head, 3, e);
         if (!p.ok)
             return p.why;
         if (dryRun)
@@ -317,9 +320,7 @@ public:
         if (head[1].size() != 19 || !clock.seconds(head[1], QDate(), e.timestamp))
             p.fail(QStringLiteral("\"%1\" is not a date and time").arg(QString::fromLatin1(head[1].left(30))));
         e.elapsedTime = p.number<double>(head[2], "elapsed time");
-        e.pid = p.number<std::uint32_t>(head[3], "pid");
-        e.threadId = p.number<std::uint32_t>(head[4], "thread");
-        e.session = p.number<std::uint32_t>(head[5], "session");
+        p.caller(head, 3, e);
         if (!p.ok)
             return p.why;
         if (dryRun)
