@@ -135,11 +135,11 @@ class ZelTraceVisaLibrary(VisaLibraryBase):
                 "Problem": tracer.problem()}
 
     def _init(self):
-        spec = str(self.library_path)
-        if "/" in spec or spec.endswith(".so") or ".so." in spec:
-            self.inner = get_wrapper_class("ivi")(spec)
+        inner = str(self.library_path)
+        if "/" in inner or inner.endswith(".so") or ".so." in inner:
+            self.inner = get_wrapper_class("ivi")(inner)
         else:
-            self.inner = get_wrapper_class(spec or "py")("")
+            self.inner = get_wrapper_class(inner or "py")("")
         self.tracer = Tracer()
         self.addresses = {}
 
