@@ -95,6 +95,7 @@ LiveTraceModel::LiveTraceModel(QObject* parent, ZelTracer::TraceChannelControl& 
     , verdicts(s_InitialRecordCapacity, 0)
     , sharedRingName(std::move(sharedRingName))
 {
+    clock = &QDateTime::currentMSecsSinceEpoch;
     std::memset(&lastTakenEntry, 0, sizeof lastTakenEntry);
     updateInternalData();
     timer.setInterval(s_TimerInterval);
@@ -166,11 +167,13 @@ void LiveTraceModel::updateSharedData()
     if (!sharedRing)
         return;
     SharedRingLocker ringLocker(sharedRing->block());
-    const qint64 now = QDateTime::currentMSecsSinceEpoch();
+    const qint64 now = clock();
     sharedRing->readHeader();
     if (fedByAnotherWithinTick(now))
         return;
 
+    // Right after this drain the segment is empty: nothing seen later can prove another drain.
+    segmentFreeAtLastLook = std::numeric_limits<unsigned long>::max();
     channelControl.copySharedMemory(true);
     if (channelControl.countCopy() == 0)
         return;
@@ -195,7 +198,7 @@ void LiveTraceModel::updateSharedData()
     }
 
     sharedRing->readHeader();
-    sharedRing->lastUpdate = QDateTime::currentMSecsSinceEpoch();
+    sharedRing->lastUpdate = clock();
     ownLastUpdate = sharedRing->lastUpdate;
     sharedRing->writeHeader();
 }
@@ -203,12 +206,24 @@ void LiveTraceModel::updateSharedData()
 // With one copy of the tool its own stamp is always 49-50 ms old at the next tick; a plain age test
 // would skip every other tick and halve the drain rate. A stamp in the future or far in the past (a
 // wall-clock step, suspend and resume, a hostile writer) counts as stale, so capture never stops.
-bool LiveTraceModel::fedByAnotherWithinTick(qint64 now) const
+//
+// Any local user can write the stamp, and one who kept it fresh without draining would stop every
+// tool from taking records. So a fresh stamp of another copy is believed only while the segment
+// shows that someone really drains it: on this copy's first look, and then only while it has more
+// free slots at each look than at the one before (producers only fill it; a drain empties it). Once
+// this copy has drained the segment itself it keeps draining on every tick: two copies that both do
+// so lose nothing, since each pushes what it took behind the ring's newest record.
+bool LiveTraceModel::fedByAnotherWithinTick(qint64 now)
 {
     if (sharedRing->lastUpdate == ownLastUpdate)
         return false;
     const qint64 age = saturatedDifference(now, sharedRing->lastUpdate);
-    return age >= 0 && age <= static_cast<qint64>(timer.interval());
+    if (age < 0 || age > static_cast<qint64>(timer.interval()))
+        return false;
+    const unsigned long free = channelControl.freeEntries();
+    const bool believed = !segmentFreeAtLastLook || free > *segmentFreeAtLastLook;
+    segmentFreeAtLastLook = free;
+    return believed;
 }
 
 // Copies the records that are new in the shared ring into the local ring and numbers them.

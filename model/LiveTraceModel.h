@@ -14,7 +14,9 @@
 #include <QTimer>
 
 #include <cstdint>
+#include <functional>
 #include <memory>
+#include <optional>
 #include <set>
 #include <vector>
 
@@ -122,6 +124,12 @@ public:
     // Tests ask for small shared rings; the product keeps the default.
     void setSharedRingSize(int bytes) { sharedRingSize = bytes; }
 
+    // Milliseconds since the epoch, as the shared ring's last-update stamp counts them. The shared
+    // stage decides by it whether another copy fed the ring within the last tick; tests set a clock
+    // of their own so that they never race the timer.
+    using Clock = std::function<qint64()>;
+    void setClock(Clock newClock) { clock = std::move(newClock); }
+
     static constexpr int s_TimerInterval = 50;
     static constexpr int s_DefaultSharedRingSize = 0xA00000;
 
@@ -138,7 +146,7 @@ private:
     QVariant rowIcon(const Row& row) const;
     bool isOfCurrentCall(const Row& row) const;
     bool isHidden(std::uint32_t slot);
-    bool fedByAnotherWithinTick(qint64 now) const;
+    bool fedByAnotherWithinTick(qint64 now);
     std::uint32_t findTakeStart(std::uint32_t readIndex, std::uint32_t writeIndex, std::uint32_t capacity) const;
     void takeRecord(const Entry& record);
     void pruneFirstIds();
@@ -174,6 +182,10 @@ private:
     std::uint32_t lastTakenIndex = 0;
     // The last-update stamp this copy wrote: a ring fed last by this copy is drained on every tick.
     qint64 ownLastUpdate = 0;
+    // Free slots of the trace segment when this copy last looked at it, before draining it or leaving
+    // that to another copy.
+    std::optional<unsigned long> segmentFreeAtLastLook;
+    Clock clock;
     std::uint64_t sequenceCounter = 0;
     // The filter verdict of each local slot, kept until the filters change: 0 unknown, 1 shown, 2 hidden.
     std::vector<std::uint8_t> verdicts;

@@ -412,7 +412,7 @@ private:
     {
         for (const FullEntry& e : list)
             producer.write(e);
-        QTest::qWait(LiveTraceModel::s_TimerInterval + 10); // the shared stage feeds a ring at most once a tick
+        appClock().advance(LiveTraceModel::s_TimerInterval + 10); // past the tick in which the ring was fed
         app.getModel().updateSharedData();
         app.getModel().updateInternalAndDipslay();
         QCoreApplication::processEvents();

@@ -340,7 +340,7 @@ private:
         if (!model.isRunning())
             QVERIFY(model.start());
         model.stop();
-        QTest::qWait(LiveTraceModel::s_TimerInterval + 10);
+        appClock().advance(LiveTraceModel::s_TimerInterval + 10);
         model.timerHit();
     }
 

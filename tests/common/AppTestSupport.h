@@ -1,5 +1,6 @@
 #pragma once
 
+#include "TestClock.h"
 #include "TraceApplication.h"
 #include "TraceTestSupport.h"
 
@@ -25,6 +26,13 @@ inline TraceEndpoints privateEndpoints(PrivateSegment const& segment, const char
     return {segment.key, segment.semaphore, QString::fromStdString(TestNames::sharedRingName(ringTag))};
 }
 
+// The clock of the application's model: tests move it past a tick instead of waiting for one.
+inline TestClock& appClock()
+{
+    static TestClock clock;
+    return clock;
+}
+
 // The body of main(): builds the application as the program does and runs the test object, which
 // takes the application in its constructor.
 template<class Test> int execWithApplication(int argc, char** argv, PrivateSegment const& segment, const char* ringTag)
@@ -34,6 +42,7 @@ template<class Test> int execWithApplication(int argc, char** argv, PrivateSegme
     qputenv("XDG_CONFIG_HOME", config.path().toUtf8());
     Q_INIT_RESOURCE(icons);
     TraceApplication app(argc, argv, privateEndpoints(segment, ringTag));
+    app.getModel().setClock(appClock().function());
     Test test(app);
     return QTest::qExec(&test, argc, argv);
 }

@@ -313,7 +313,7 @@ private slots:
         // A click between the internal and the display stage, when the newest records have overwritten
         // the local slots of the oldest rows.
         writeCalls(40, 1, 8630, 8690);
-        QTest::qWait(LiveTraceModel::s_TimerInterval + 10);
+        appClock().advance(LiveTraceModel::s_TimerInterval + 10);
         model.updateSharedData();
         model.updateInternalData();
         QTest::mouseClick(view->viewport(), Qt::LeftButton, {},
@@ -407,18 +407,18 @@ private slots:
         app.stoptrace();
         window = std::make_unique<gui::MainWindow>(nullptr, app);
         shownView();
+        QSignalSpy changes(&app, &TraceApplication::tracingChanged);
         get("actionIconStart")->trigger();
         QVERIFY(model.isRunning());
         // The monitor of shared flags reports this start as an edge and starts afresh once more.
-        QTest::qWait(2 * ExternalEvents::s_PollInterval + 50);
+        QTRY_COMPARE(changes.size(), 2);
 
         const QString arguments = QStringLiteral("--key %1 --semaphore %2 --file-semaphore %3 --count 400 --rate 4000 "
                                                  "--seed 7 --quiet")
                                       .arg(QString::number(segment().key), QString::fromStdString(segment().semaphore),
                                            QString::fromStdString(segment().fileSemaphore));
         QCOMPARE(QProcess::execute(QStringLiteral(ZEL_TRAFFIC_PATH), arguments.split(QLatin1Char(' '))), 0);
-        QTRY_VERIFY(model.rowCount() > 50);
-        QTest::qWait(300); // one more display pass after the last records
+        capture(); // what the timer has not taken yet
 
         // One process, one thread: every call is followed by its return and pairs with it. Error rows are red.
         int completed = 0, errors = 0, red = 0;
@@ -515,7 +515,7 @@ private:
     void popup(int id) { QMetaObject::invokeMethod(window.get(), "popupmenuTriggered", Q_ARG(int, id)); }
     void capture()
     {
-        QTest::qWait(LiveTraceModel::s_TimerInterval + 10);
+        appClock().advance(LiveTraceModel::s_TimerInterval + 10);
         model.updateSharedData();
         model.updateInternalAndDipslay();
         QCoreApplication::processEvents(); // lets the view lay out the new rows

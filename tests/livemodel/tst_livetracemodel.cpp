@@ -1,5 +1,6 @@
 #include "FilterTestSupport.h"
 #include "LiveTraceModel.h"
+#include "TestClock.h"
 #include "TraceProducer.h"
 #include "TraceTestSupport.h"
 
@@ -31,6 +32,7 @@ struct Pipeline
         , ring(QString::fromStdString(TestNames::sharedRingName(std::to_string(tag).c_str())))
         , model(nullptr, control, ring)
     {
+        model.setClock(clock.function());
         control.setTracingActive(true);
         if (!model.start())
             qFatal("model not started");
@@ -49,7 +51,7 @@ struct Pipeline
     // One pass of every stage, whatever the timer would have skipped.
     void capture()
     {
-        QTest::qWait(LiveTraceModel::s_TimerInterval + 10); // the shared stage feeds a ring at most once a tick
+        clock.advance(LiveTraceModel::s_TimerInterval + 10); // the ring was fed more than a tick ago
         model.updateSharedData();
         model.updateInternalAndDipslay();
     }
@@ -71,6 +73,7 @@ struct Pipeline
     TraceChannelControl control;
     TraceProducer producer;
     QString ring;
+    TestClock clock;
     LiveTraceModel model;
 };
 
@@ -166,15 +169,18 @@ private slots:
         QCOMPARE(p.model.getLossCounter().total(), 0u);
     }
 
-    // Another process's clock, or a hostile writer, sets the shared ring's stamp: capture goes on. Switching
-    // collapsing off rebuilds the rows at once.
+    // Another process's clock, or a hostile writer, sets the shared ring's stamp: capture goes on. A fresh
+    // stamp that nobody drains behind holds it back one tick at most. Switching collapsing off rebuilds
+    // the rows at once.
     void drainsWhateverTheLastUpdateStampAndOptions()
     {
         Pipeline p(12);
         RingBufferSharedMem<FullEntry> peer(p.ring, LiveTraceModel::s_DefaultSharedRingSize);
         std::uint64_t id = 0;
-        // A clock stepped back by 10 s, a stamp far in the past, one at the end of time.
-        for (qint64 stamp : {QDateTime::currentMSecsSinceEpoch() + 10000, LLONG_MIN, LLONG_MAX}) {
+        QStringList taken;
+        // Fresh stamps of a writer that never drains, a clock stepped back by 10 s, a stamp far in the
+        // past, one at the end of time.
+        for (qint64 stamp : {p.clock.now - 1, p.clock.now - 2, p.clock.now + 10000, LLONG_MIN, LLONG_MAX}) {
             peer.block().lock();
             peer.readHeader();
             peer.lastUpdate = stamp;
@@ -183,11 +189,14 @@ private slots:
             p.write({1, 1, ++id, 1, "viWrite(1, \"X\")"});
             p.model.updateSharedData();
             p.model.updateInternalAndDipslay();
+            taken << QString::number(p.model.getLocalRing().size());
         }
+        QCOMPARE(taken.join(QLatin1Char(' ')), QStringLiteral("0 2 3 4 5"));
         p.model.setShowOnlyStringParameters(true);
         p.model.setCollapseSameCommands(false);
         QCOMPARE(p.rows(),
-                 QStringLiteral("2 viWrite(\"X\") 2.000 ms|1 viWrite(\"X\") 2.000 ms|1 viWrite(\"X\") 2.000 ms"));
+                 QStringLiteral("2 viWrite(\"X\") 2.000 ms|1 viWrite(\"X\") 2.000 ms|1 viWrite(\"X\") 2.000 ms|"
+                                "1 viWrite(\"X\") 2.000 ms|1 viWrite(\"X\") 2.000 ms"));
     }
 
     void cells()
@@ -270,7 +279,7 @@ private slots:
         Pipeline p(7, {{1, 1, 1, 1, "first"}});
         p.model.setPause(true);
         p.write({1, 1, 2, 1, "during pause"});
-        QTest::qWait(60);
+        p.clock.advance(LiveTraceModel::s_TimerInterval + 10);
         p.model.timerHit();
         QCOMPARE(p.rows(), QStringLiteral("2 first 2.000 ms"));
         p.model.clear();
@@ -287,6 +296,7 @@ private slots:
         Pipeline p(8);
         TraceChannelControl otherControl(p.segment.key, s_VisaSharedMemorySize, p.segment.semaphore);
         LiveTraceModel other(nullptr, otherControl, p.ring);
+        other.setClock(p.clock.function());
         QVERIFY(other.start());
         p.write({42, 1, 1, 1, "one"});
         p.write({7, 1, 2, 1, "two"});
@@ -297,7 +307,7 @@ private slots:
         other.updateInternalAndDipslay();
         QCOMPARE(other.rowCount(), 2);
         QCOMPARE(other.getPids(), (std::set<std::uint32_t> {7, 42}));
-        QTest::qWait(60);
+        p.clock.advance(LiveTraceModel::s_TimerInterval + 10);
         other.updateSharedData();
         other.updateInternalAndDipslay();
         p.model.updateInternalAndDipslay();
