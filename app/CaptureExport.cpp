@@ -17,20 +17,15 @@ namespace {
 using Entry = LiveTraceModel::Entry;
 using Row = LiveTraceModel::Row;
 
-QString latin1Field(const char* field, std::size_t capacity)
-{
-    return QString::fromLatin1(field, static_cast<int>(strnlen(field, capacity)));
-}
-
 // A text field is read only when it carries its terminator, as everywhere else in the tool.
 QString commandText(Entry const& e)
 {
-    return ZelTracer::hasTerminator(e.text) ? latin1Field(e.text, sizeof e.text) : QString();
+    return ZelTracer::hasTerminator(e.text) ? ValueFormat::recordText(e.text) : QString();
 }
 
 QString addressText(Entry const& e)
 {
-    return latin1Field(e.address, sizeof e.address);
+    return ValueFormat::recordText(e.address);
 }
 
 double shownDuration(Row const& row)

@@ -5,7 +5,6 @@
 #include <QDateTime>
 #include <QFile>
 #include <QFileInfo>
-#include <QTextCodec>
 
 #include <cctype>
 #include <cstring>
@@ -33,10 +32,10 @@ template<std::size_t N> void copyText(char (&field)[N], QByteArray const& bytes)
     field[n] = '\0';
 }
 
-// Characters outside Latin-1 cannot have come from a record; they become '?'.
+// A text read back from a table is kept as UTF-8, which the tool decodes to the same text.
 template<std::size_t N> void copyText(char (&field)[N], QString const& text)
 {
-    copyText(field, text.toLatin1());
+    copyText(field, text.toUtf8());
 }
 
 // Three digits of milliseconds, or -1.
@@ -353,26 +352,15 @@ private:
                     continue;
                 text = text.mid(1, text.size() - 2);
             }
-            copyText(e.address, decode(line.mid(pos, tab - pos)));
-            copyText(e.text, decode(text));
+            // The bytes as the record or the saved view held them: the tool decodes them as it did then.
+            copyText(e.address, line.mid(pos, tab - pos));
+            copyText(e.text, text);
             e.duration = duration;
             e.kind = kind;
             e.status = status;
             return true;
         }
         return false;
-    }
-
-    // A saved view is text in the encoding it was saved with; a trace log holds the record's bytes.
-    QString decode(QByteArray const& bytes) const
-    {
-        if (capture.source == Capture::ViewText) {
-            QTextCodec::ConverterState state;
-            const QString text = QTextCodec::codecForName("UTF-8")->toUnicode(bytes.constData(), bytes.size(), &state);
-            if (state.invalidChars == 0)
-                return text;
-        }
-        return QString::fromLatin1(bytes);
     }
 
     // A saved view shows a completed call only by its return record: the call record is put back

@@ -80,11 +80,6 @@ qint64 saturatedDifference(qint64 a, qint64 b)
 // A map of first ids grows with every new pid; beyond this many it keeps only the pids still in the ring.
 constexpr int s_MaxRememberedPids = 4096;
 
-QString textOf(const char* field, std::size_t size)
-{
-    return QString::fromLatin1(field, static_cast<int>(strnlen(field, size)));
-}
-
 } // namespace
 
 LiveTraceModel::LiveTraceModel(QObject* parent, ZelTracer::TraceChannelControl& control, QString sharedRingName)
@@ -780,7 +775,7 @@ QVariant LiveTraceModel::cellText(const Row& row, int column) const
     case SessionColumn:
         return QVariant::fromValue<quint32>(e.session);
     case AddressColumn:
-        return textOf(e.address, sizeof e.address);
+        return ValueFormat::recordText(e.address);
     case DurationColumn:
         return withoutResult ? QString() : duration2string(row.repeatCount != 0 ? row.summedDuration : e.duration);
     case StatusColumn:
@@ -789,7 +784,7 @@ QVariant LiveTraceModel::cellText(const Row& row, int column) const
         QString text;
         if (row.repeatCount != 0)
             text = QStringLiteral("%1 x ").arg(static_cast<qulonglong>(row.repeatCount + 1), 0, 10);
-        text += textOf(e.text, sizeof e.text);
+        text += ValueFormat::recordText(e.text);
         return showOnlyStringParameters ? filterStrings(text) : text;
     }
     case ColumnCount:

@@ -83,13 +83,19 @@ QByteArray addressBytes(const Entry& e)
     return QByteArray(e.address, static_cast<int>(strnlen(e.address, sizeof e.address)));
 }
 
+// The bytes decoded as everywhere in the tool, control characters escaped. Quoted (an argument's
+// contents), bytes that are not UTF-8 text are shown as \xNN: they are binary more often than Latin-1.
 QString escapeBytes(const QByteArray& bytes, bool quoted)
 {
+    const bool utf8 = ValueFormat::isUtf8(bytes.constData(), static_cast<std::size_t>(bytes.size()));
+    // With the size: the QByteArray overloads stop at a NUL byte.
+    const QString text = utf8 ? QString::fromUtf8(bytes.constData(), bytes.size())
+                              : QString::fromLatin1(bytes.constData(), bytes.size());
     QString out;
-    out.reserve(bytes.size());
-    for (const char c : bytes) {
-        const auto b = static_cast<unsigned char>(c);
-        switch (b) {
+    out.reserve(text.size());
+    for (const QChar c : text) {
+        const ushort u = c.unicode();
+        switch (u) {
         case '\n':
             out += QLatin1String("\\n");
             break;
@@ -100,12 +106,12 @@ QString escapeBytes(const QByteArray& bytes, bool quoted)
             out += QLatin1String("\\t");
             break;
         default:
-            if (quoted && (c == '\\' || c == '"'))
-                out += QLatin1Char('\\') + QLatin1Char(c);
-            else if (b < 0x20 || b == 0x7F || (quoted && b > 0x7E))
-                out += QStringLiteral("\\x%1").arg(b, 2, 16, QLatin1Char('0'));
+            if (quoted && (u == '\\' || u == '"'))
+                out += QLatin1Char('\\') + c;
+            else if (u < 0x20 || (u >= 0x7F && u < 0xA0) || (quoted && !utf8 && u > 0x7E))
+                out += QStringLiteral("\\x%1").arg(u, 2, 16, QLatin1Char('0'));
             else
-                out += QLatin1Char(c);
+                out += c;
         }
     }
     return out;

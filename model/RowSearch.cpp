@@ -2,17 +2,14 @@
 
 #include "LiveTraceModel.h"
 
+#include <algorithm>
 #include <cstring>
 
 namespace {
 
 char fold(char c)
 {
-    const auto b = static_cast<unsigned char>(c);
-    // Latin-1 upper case letters, ASCII and accented (but not the multiplication sign).
-    if ((b >= 'A' && b <= 'Z') || (b >= 0xC0 && b <= 0xDE && b != 0xD7))
-        return static_cast<char>(b + 32);
-    return c;
+    return c >= 'A' && c <= 'Z' ? static_cast<char>(c + 32) : c;
 }
 
 } // namespace
@@ -34,16 +31,11 @@ bool RowSearch::setPattern(const QString& text, bool regularExpression)
         }
         expression.optimize();
     } else {
+        // An ASCII text is found in the record's bytes as they are, whatever their encoding, without
+        // decoding every record; any other text in the decoded record.
         const QString lower = text.toLower();
-        // A character Latin-1 cannot hold can never occur in a record's texts.
-        for (const QChar c : lower) {
-            if (c.unicode() > 0xFF) {
-                folded = QByteArray(1, '\0'); // matches nothing: record texts end at their NUL
-                active = true;
-                return true;
-            }
-        }
-        folded = lower.toLatin1();
+        ascii = std::all_of(lower.begin(), lower.end(), [](QChar c) { return c.unicode() < 0x80; });
+        folded = ascii ? lower.toLatin1() : QByteArray();
     }
     active = true;
     return true;
@@ -87,12 +79,14 @@ bool RowSearch::matches(const LiveTraceModel& model, int row) const
             return *cached;
         return *statusMatches.insert(e.status, test(LiveTraceModel::status2string(e.status)));
     };
-    if (regex) {
-        auto test = [this](const QString& s) { return expression.match(s).hasMatch(); };
-        return test(QString::fromLatin1(e.text, static_cast<int>(textLength)))
-            || test(QString::fromLatin1(e.address, static_cast<int>(addressLength)))
-            || (hasStatus && statusMatch(test));
-    }
+    auto decodedMatch = [&](auto test) {
+        return test(ValueFormat::recordText(e.text, textLength))
+            || test(ValueFormat::recordText(e.address, addressLength)) || (hasStatus && statusMatch(test));
+    };
+    if (regex)
+        return decodedMatch([this](const QString& s) { return expression.match(s).hasMatch(); });
+    if (!ascii)
+        return decodedMatch([this](const QString& s) { return s.contains(needle, Qt::CaseInsensitive); });
     auto test = [this](const QString& s) {
         const QByteArray bytes = s.toLatin1();
         return containsFolded(bytes.constData(), static_cast<std::size_t>(bytes.size()));

@@ -34,7 +34,8 @@ private:
 
     bool active = false;
     bool regex = false;
-    QByteArray folded; // the text in Latin-1, lower case
+    bool ascii = true;
+    QByteArray folded; // an ASCII text, lower case
     QString needle;
     QRegularExpression expression;
     QString error;

@@ -1,6 +1,7 @@
 #include "ValueFormat.h"
 
 #include <QCoreApplication>
+#include <QTextCodec>
 
 #include <algorithm>
 #include <cstdint>
@@ -205,6 +206,23 @@ QString filterStrings(const QString& command)
         first = false;
     }
     return result + QLatin1Char(')');
+}
+
+bool isUtf8(const char* bytes, std::size_t length)
+{
+    if (std::all_of(bytes, bytes + length, [](char c) { return (static_cast<unsigned char>(c) & 0x80) == 0; }))
+        return true;
+    static QTextCodec* const utf8 = QTextCodec::codecForName("UTF-8");
+    // A sequence cut at the end is not valid; a byte-order mark is just a character.
+    QTextCodec::ConverterState state(QTextCodec::IgnoreHeader);
+    utf8->toUnicode(bytes, static_cast<int>(length), &state);
+    return state.invalidChars == 0 && state.remainingChars == 0;
+}
+
+QString recordText(const char* bytes, std::size_t length)
+{
+    const int n = static_cast<int>(length);
+    return isUtf8(bytes, length) ? QString::fromUtf8(bytes, n) : QString::fromLatin1(bytes, n);
 }
 
 } // namespace ValueFormat

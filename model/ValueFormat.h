@@ -1,6 +1,10 @@
 #pragma once
 
+#include <QByteArray>
 #include <QString>
+
+#include <cstddef>
+#include <cstring>
 
 // How record fields read in the live view and the export. Pure functions; the live model offers
 // them as its static members.
@@ -14,5 +18,16 @@ QString duration2string(double seconds);
 QString status2string(int status);
 // The command text reduced to its string arguments.
 QString filterStrings(const QString& command);
+
+// A text field of a record as people read it: UTF-8 where the bytes are valid UTF-8 (instruments
+// send units and names in it), else each byte as Latin-1 (older instruments, binary replies). One
+// decoding for the view, tool tips, details, search, exports, captures and the recorder.
+QString recordText(const char* bytes, std::size_t length);
+bool isUtf8(const char* bytes, std::size_t length);
+// The same for a NUL-terminated field of a fixed size: the text up to its NUL.
+template<std::size_t N> QString recordText(const char (&field)[N])
+{
+    return recordText(field, strnlen(field, N));
+}
 
 } // namespace ValueFormat
