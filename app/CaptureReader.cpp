@@ -38,6 +38,13 @@ template<std::size_t N> void copyText(char (&field)[N], QString const& text)
     copyText(field, text.toUtf8());
 }
 
+// A text field of a table, decoded as the tool decodes record texts (a leading byte-order mark is
+// part of the text; a table saved in another encoding still reads).
+QString fieldText(QByteArray const& field)
+{
+    return ValueFormat::recordText(field.constData(), static_cast<std::size_t>(field.size()));
+}
+
 // Three digits of milliseconds, or -1.
 int milliseconds(QByteArray const& digits)
 {
@@ -218,11 +225,11 @@ public:
             p.fail(QStringLiteral("\"%1\" is not a date and time").arg(QString::fromUtf8(when.left(40))));
         e.elapsedTime = p.number<double>(f[4], "elapsed time");
         p.caller(f, 5, e);
-        copyText(e.address, unescapeControls(QString::fromUtf8(f[8])));
+        copyText(e.address, unescapeControls(fieldText(f[8])));
         const double total = p.number<double>(f[9], "duration");
         e.status = p.number<std::int32_t>(f[10], "status");
         const std::uint64_t calls = p.number<std::uint64_t>(f[12], "call count");
-        copyText(e.text, unescapeControls(QString::fromUtf8(f[13])));
+        copyText(e.text, unescapeControls(fieldText(f[13])));
         if (p.ok && calls == 0)
             p.fail(QStringLiteral("the call count is 0"));
         bool numericKind = false;
@@ -415,7 +422,7 @@ bool CaptureReader::read(QIODevice& device, QString const& name, QDate const& da
     Parser parser(capture, day.isValid() ? day : QDate::currentDate(), from);
     QList<QByteArray> csvHeaderFields;
     splitCsv(QByteArray(s_CsvHeader).trimmed(), csvHeaderFields);
-    const QByteArray viewHeader = CaptureWriter::viewTextHeader();
+    const QByteArray viewHeader = viewTextHeader().toUtf8();
     const QList<QByteArray> viewHeaderLines = viewHeader.split('\n');
     int lineNumber = 0;
     QByteArray pending; // a CSV record whose quoted field goes on in the next line

@@ -87,10 +87,9 @@ QByteArray addressBytes(const Entry& e)
 // contents), bytes that are not UTF-8 text are shown as \xNN: they are binary more often than Latin-1.
 QString escapeBytes(const QByteArray& bytes, bool quoted)
 {
-    const bool utf8 = ValueFormat::isUtf8(bytes.constData(), static_cast<std::size_t>(bytes.size()));
-    // With the size: the QByteArray overloads stop at a NUL byte.
-    const QString text = utf8 ? QString::fromUtf8(bytes.constData(), bytes.size())
-                              : QString::fromLatin1(bytes.constData(), bytes.size());
+    const auto size = static_cast<std::size_t>(bytes.size());
+    const bool utf8 = ValueFormat::isUtf8(bytes.constData(), size);
+    const QString text = ValueFormat::recordText(bytes.constData(), size);
     QString out;
     out.reserve(text.size());
     for (const QChar c : text) {

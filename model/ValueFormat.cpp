@@ -208,21 +208,40 @@ QString filterStrings(const QString& command)
     return result + QLatin1Char(')');
 }
 
+namespace {
+
+bool isAscii(const char* bytes, std::size_t length)
+{
+    return std::all_of(bytes, bytes + length, [](char c) { return (static_cast<unsigned char>(c) & 0x80) == 0; });
+}
+
+// Strict UTF-8: a sequence cut at the end is not valid, and a byte-order mark is a character of the
+// text like any other (QString::fromUtf8 would drop one at the start).
+bool decodeUtf8(const char* bytes, std::size_t length, QString* text)
+{
+    static QTextCodec* const utf8 = QTextCodec::codecForName("UTF-8");
+    QTextCodec::ConverterState state(QTextCodec::IgnoreHeader);
+    const QString decoded = utf8->toUnicode(bytes, static_cast<int>(length), &state);
+    if (state.invalidChars != 0 || state.remainingChars != 0)
+        return false;
+    if (text)
+        *text = decoded;
+    return true;
+}
+
+} // namespace
+
 bool isUtf8(const char* bytes, std::size_t length)
 {
-    if (std::all_of(bytes, bytes + length, [](char c) { return (static_cast<unsigned char>(c) & 0x80) == 0; }))
-        return true;
-    static QTextCodec* const utf8 = QTextCodec::codecForName("UTF-8");
-    // A sequence cut at the end is not valid; a byte-order mark is just a character.
-    QTextCodec::ConverterState state(QTextCodec::IgnoreHeader);
-    utf8->toUnicode(bytes, static_cast<int>(length), &state);
-    return state.invalidChars == 0 && state.remainingChars == 0;
+    return isAscii(bytes, length) || decodeUtf8(bytes, length, nullptr);
 }
 
 QString recordText(const char* bytes, std::size_t length)
 {
-    const int n = static_cast<int>(length);
-    return isUtf8(bytes, length) ? QString::fromUtf8(bytes, n) : QString::fromLatin1(bytes, n);
+    QString text;
+    if (isAscii(bytes, length) || !decodeUtf8(bytes, length, &text))
+        return QString::fromLatin1(bytes, static_cast<int>(length));
+    return text;
 }
 
 } // namespace ValueFormat

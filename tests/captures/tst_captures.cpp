@@ -1,6 +1,7 @@
 #include "AboutBox.h"
 #include "AppTestSupport.h"
 #include "CaptureWindow.h"
+#include "RecordDetails.h"
 #include "TraceProducer.h"
 
 #include <QAction>
@@ -166,6 +167,50 @@ private slots:
         QTRY_VERIFY(!window);
     }
 
+    // Instruments send UTF-8 (units, names) and sometimes Latin-1 or binary: a text reads as UTF-8 where
+    // its bytes are valid UTF-8, else byte by byte as Latin-1, the same in the view, the details, every
+    // export and a capture read back.
+    void textsDecodeAlikeEverywhere_data()
+    {
+        QTest::addColumn<QByteArray>("bytes");
+        QTest::addColumn<QString>("text");
+        QTest::newRow("UTF-8") << QByteArray("ger\xC3\xA4t-\xC2\xB5 23 \xC2\xB0"
+                                             "C")
+                               << "gerät-µ 23 °C"_q;
+        QTest::newRow("Latin-1") << QByteArray("ger\xE4t-\xB5 23 \xB0"
+                                               "C")
+                                 << "gerät-µ 23 °C"_q;
+        QTest::newRow("invalid sequence") << QByteArray("\xC3\x28 ok") << "Ã( ok"_q;
+        QTest::newRow("sequence cut at the end") << QByteArray("ab \xC3") << "ab Ã"_q;
+        QTest::newRow("byte-order mark") << QByteArray("\xEF\xBB\xBFx")
+                                         << QString(QChar(0xFEFF)) + "x"_q; // "\uFEFF"_q would lose it
+    }
+    void textsDecodeAlikeEverywhere()
+    {
+        QFETCH(QByteArray, bytes);
+        QFETCH(QString, text);
+        FullEntry e = makeEntry(1, 100, 1, QByteArray("viWrite(0x1, \"" + bytes + "\")").constData());
+        qstrncpy(e.address, bytes.constData(), sizeof e.address);
+        const QString command = "viWrite(0x1, \""_q + text + "\")"_q;
+        auto cells = [this](std::vector<FullEntry> const& records) -> QString {
+            LiveTraceModel model(nullptr, app.getChannelControl());
+            model.loadRecords(records);
+            return model.data(model.index(0, LiveTraceModel::AddressColumn)).toString() + QLatin1Char('|')
+                + model.data(model.index(0, LiveTraceModel::CommandColumn)).toString();
+        };
+        const QString shown = text + QLatin1Char('|') + command;
+        QCOMPARE(cells({e}), shown);
+        QVERIFY(RecordDetails::recordLines(e).contains("Address: "_q + text));
+        for (Format format : {Format::Csv, Format::ViewText}) {
+            const QByteArray file = exported({e}, format);
+            QVERIFY(QString::fromUtf8(file).contains(text));
+            const capture::Capture back = readBack(file);
+            QVERIFY2(!back.records.empty(), qPrintable(error));
+            QCOMPARE(cells(back.records), shown);
+        }
+        QVERIFY(QString::fromUtf8(exported({e}, Format::Timeline)).contains(text));
+    }
+
     // A log written by the producers themselves opens as the calls it holds (whole seconds only).
     void producersLogOpens()
     {
@@ -202,7 +247,7 @@ private slots:
             QTest::newRow(name) << bytes << from << expected;
         };
         const qint64 max = s_Max, all = max + 52, failed = max + 51;
-        const QByteArray csv = capture::s_CsvHeader, view = capture::CaptureWriter::viewTextHeader();
+        const QByteArray csv = capture::s_CsvHeader, view = capture::viewTextHeader().toUtf8();
         const QByteArray log = "# Logging to file activated\n1\t2023-11-14 10:00:00\t1\t1\t2\t3\tA\t1\t1\t0\t";
         QByteArray table = fileBytes(ZEL_CAPTURE_DATA "/known.csv"_q);
         const int headerEnd = table.indexOf('\n');
