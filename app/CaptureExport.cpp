@@ -6,6 +6,7 @@
 #include <QFileInfo>
 #include <QSaveFile>
 
+#include <charconv>
 #include <cmath>
 #include <cstring>
 #include <ctime>
@@ -183,10 +184,47 @@ CaptureWriter::CaptureWriter(QIODevice& device, Format format)
     , format(format)
 { }
 
-QByteArray CaptureWriter::viewTextHeader()
+QString viewTextHeader()
 {
-    return QByteArray("# VISA version: ") + ZelTracer::s_VersionString
-        + "\n# Bitness:      64\n# OS:           Linux\n";
+    return QStringLiteral("# VISA version: ") + QLatin1String(ZelTracer::s_VersionString)
+        + QStringLiteral("\n# Bitness:      64\n# OS:           Linux\n");
+}
+
+// Built in place: "Copy view" of a full table with the longest commands is several megabytes, and
+// the GUI thread that builds it also drains the segment. Numbers and texts are appended without
+// temporary strings; only the time and the duration go through their formatters. Appended rather
+// than filled in with arg(): a "%1" inside a command must stay as it is.
+void appendViewTextLine(QString& out, Row const& row)
+{
+    Entry const& e = *row.entry;
+    const QLatin1Char tab('\t');
+    char digits[24];
+    auto number = [&out, &digits](auto value) {
+        const auto end = std::to_chars(digits, digits + sizeof digits, value).ptr;
+        out += QLatin1String(digits, static_cast<int>(end - digits));
+    };
+    number(static_cast<std::uint64_t>(e.id - row.firstId));
+    out += tab;
+    number(static_cast<std::uint64_t>(e.id));
+    out += tab;
+    out += LiveTraceModel::timestamp2string(static_cast<long>(e.timestamp), e.timestampFraction);
+    out += tab;
+    number(e.pid);
+    out += tab;
+    number(e.threadId);
+    out += tab;
+    number(e.session);
+    out += tab;
+    out += addressText(e);
+    out += tab;
+    out += QString::number(e.duration, 'g', 6);
+    out += tab;
+    number(e.kind);
+    out += tab;
+    number(e.status);
+    out += tab;
+    out += commandText(e);
+    out += QLatin1Char('\n');
 }
 
 QByteArray CaptureWriter::csvLine(Row const& row)
@@ -201,19 +239,6 @@ QByteArray CaptureWriter::csvLine(Row const& row)
         + quoted(LiveTraceModel::status2string(e.status)) + comma
         + quoted(QString::number(static_cast<qulonglong>(row.repeatCount + 1))) + comma
         + quoted(escapeControls(commandText(e))) + "\r\n";
-}
-
-QByteArray CaptureWriter::viewTextLine(Row const& row)
-{
-    // The line of "Save view": raw status number, the record's own duration and kind, no escaping.
-    Entry const& e = *row.entry;
-    const QChar tab = QLatin1Char('\t');
-    const QString line = QString::number(static_cast<qulonglong>(e.id - row.firstId)) + tab + QString::number(e.id)
-        + tab + LiveTraceModel::timestamp2string(static_cast<long>(e.timestamp), e.timestampFraction) + tab
-        + QString::number(e.pid) + tab + QString::number(e.threadId) + tab + QString::number(e.session) + tab
-        + addressText(e) + tab + QString::number(e.duration, 'g', 6) + tab + QString::number(e.kind) + tab
-        + QString::number(e.status) + tab + commandText(e) + QLatin1Char('\n');
-    return line.toUtf8();
 }
 
 QByteArray CaptureWriter::timelineEvent(Row const& row)
@@ -252,7 +277,7 @@ void CaptureWriter::begin()
         put(s_CsvHeader);
         break;
     case Format::ViewText:
-        put(viewTextHeader());
+        put(viewTextHeader().toUtf8());
         break;
     case Format::Timeline:
         put("[");
@@ -268,9 +293,12 @@ void CaptureWriter::write(Row const& row)
     case Format::Csv:
         put(csvLine(row));
         break;
-    case Format::ViewText:
-        put(viewTextLine(row));
+    case Format::ViewText: {
+        QString line;
+        appendViewTextLine(line, row);
+        put(line.toUtf8());
         break;
+    }
     case Format::Timeline:
         put((first ? "\n" : ",\n") + timelineEvent(row));
         break;
@@ -289,20 +317,16 @@ bool CaptureWriter::ok() const
     return !failed;
 }
 
-bool writeView(LiveTraceModel const& model, QIODevice& device, Format format)
+bool writeView(LiveTraceModel& model, QIODevice& device, Format format)
 {
     CaptureWriter writer(device, format);
     writer.begin();
-    const int rows = model.rowCount();
-    for (int r = 0; r < rows; ++r) {
-        if (const LiveTraceModel::Row* row = model.displayRow(r))
-            writer.write(*row);
-    }
+    model.forEachShownRow([&writer](LiveTraceModel::Row const& row) { writer.write(row); });
     writer.finish();
     return writer.ok();
 }
 
-bool exportView(LiveTraceModel const& model, QString const& fileName, Format format, QString* error)
+bool exportView(LiveTraceModel& model, QString const& fileName, Format format, QString* error)
 {
     // Written beside the target and renamed over it, so a failure never leaves half a capture and an
     // old file's tail never survives.

@@ -45,9 +45,7 @@ public:
     bool ok() const;
 
     static QByteArray csvLine(LiveTraceModel::Row const& row);
-    static QByteArray viewTextLine(LiveTraceModel::Row const& row);
     static QByteArray timelineEvent(LiveTraceModel::Row const& row);
-    static QByteArray viewTextHeader();
 
 private:
     void put(QByteArray const& bytes);
@@ -58,6 +56,12 @@ private:
     bool failed = false;
 };
 
+// The text of "Copy view", "Save view", the exported and the recorded view text: three header lines,
+// then one tab-separated line per row with the raw status number, the record's own duration and kind,
+// and the address and text unescaped. One implementation for every place that writes it.
+QString viewTextHeader();
+void appendViewTextLine(QString& out, LiveTraceModel::Row const& row);
+
 // The text of a control or non-ASCII-printable byte as the CSV keeps it, and back.
 QString escapeControls(QString const& text);
 QString unescapeControls(QString const& text);
@@ -67,8 +71,8 @@ QString kindName(std::uint64_t displayKind);
 
 // Writes every row of the model's view to fileName, replacing what the file held. On failure returns
 // false and says why in error.
-bool exportView(LiveTraceModel const& model, QString const& fileName, Format format, QString* error);
+bool exportView(LiveTraceModel& model, QString const& fileName, Format format, QString* error);
 // Every row the model shows, in the format, to an open device; false when a write failed.
-bool writeView(LiveTraceModel const& model, QIODevice& device, Format format);
+bool writeView(LiveTraceModel& model, QIODevice& device, Format format);
 
 } // namespace capture

@@ -1,5 +1,7 @@
 #include "TraceApplication.h"
 
+#include "CaptureExport.h"
+
 #include "ZelVersion.h"
 
 #include <QClipboard>
@@ -7,11 +9,7 @@
 #include <QMessageBox>
 #include <QTextStream>
 
-#include <algorithm>
-#include <charconv>
 #include <cstdint>
-#include <cstring>
-#include <limits>
 
 TraceApplication::TraceApplication(int& argc, char** argv, TraceEndpoints endpoints)
     : QApplication(argc, argv)
@@ -135,59 +133,10 @@ void TraceApplication::quit()
 
 QString TraceApplication::getBuffer()
 {
-    static const QString lineEnd = QStringLiteral("\n");
-    QString buffer;
-    buffer += QStringLiteral("# VISA version: %1%2").arg(QLatin1String(ZelTracer::s_VersionString), lineEnd);
-    buffer += QStringLiteral("# Bitness:      %1%2").arg(64).arg(lineEnd);
-    buffer += QStringLiteral("# OS:           Linux%1").arg(lineEnd);
-
-    // Built in place: "Copy view" of a full table with the longest commands is several megabytes,
-    // and the GUI thread that builds it also drains the segment. So the size is reserved once,
-    // numbers and texts are appended without temporary strings, and only the time and the
-    // duration go through their formatters.
-    const QLatin1Char tab('\t');
-    const int rows = model.rowCount();
-    qsizetype size = buffer.size();
-    for (int r = 0; r < rows; ++r) {
-        if (const LiveTraceModel::Row* row = model.displayRow(r))
-            size += 96 + strnlen(row->entry->address, sizeof row->entry->address)
-                + strnlen(row->entry->text, sizeof row->entry->text);
-    }
-    buffer.reserve(static_cast<int>(std::min<qsizetype>(size, std::numeric_limits<int>::max() / 2)));
-    char digits[24];
-    auto appendNumber = [&buffer, &digits](auto value) {
-        const auto end = std::to_chars(digits, digits + sizeof digits, value).ptr;
-        buffer += QLatin1String(digits, static_cast<int>(end - digits));
-    };
-    for (int r = 0; r < rows; ++r) {
-        const LiveTraceModel::Row* row = model.displayRow(r);
-        if (!row)
-            break;
-        const ZelTracer::FullEntry& e = *row->entry;
-        // Appended rather than filled in with arg(): a "%1" inside a command must stay as it is.
-        appendNumber(static_cast<std::uint64_t>(e.id - row->firstId));
-        buffer += tab;
-        appendNumber(static_cast<std::uint64_t>(e.id));
-        buffer += tab;
-        buffer += LiveTraceModel::timestamp2string(static_cast<long>(e.timestamp), e.timestampFraction);
-        buffer += tab;
-        appendNumber(e.pid);
-        buffer += tab;
-        appendNumber(e.threadId);
-        buffer += tab;
-        appendNumber(e.session);
-        buffer += tab;
-        buffer += QLatin1String(e.address, static_cast<int>(strnlen(e.address, sizeof e.address)));
-        buffer += tab;
-        buffer += QString::number(e.duration, 'g', 6);
-        buffer += tab;
-        appendNumber(e.kind);
-        buffer += tab;
-        appendNumber(e.status);
-        buffer += tab;
-        buffer += QLatin1String(e.text, static_cast<int>(strnlen(e.text, sizeof e.text)));
-        buffer += lineEnd;
-    }
+    QString buffer = capture::viewTextHeader();
+    // Most lines are shorter; the string grows from there when they are not.
+    buffer.reserve(buffer.size() + model.rowCount() * 128);
+    model.forEachShownRow([&buffer](LiveTraceModel::Row const& row) { capture::appendViewTextLine(buffer, row); });
     return buffer;
 }
 

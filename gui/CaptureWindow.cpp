@@ -225,8 +225,7 @@ CaptureWindow* CaptureWindow::open(TraceApplication& app, QString const& fileNam
     return window;
 }
 
-bool CaptureWindow::exportView(QWidget* parent, LiveTraceModel const& model, QString const& fileName,
-                               capture::Format format)
+bool CaptureWindow::exportView(QWidget* parent, LiveTraceModel& model, QString const& fileName, capture::Format format)
 {
     QString error;
     if (capture::exportView(model, fileName, format, &error))
@@ -243,7 +242,7 @@ QString CaptureWindow::fileDialogFilters()
     return filters.join(QStringLiteral(";;"));
 }
 
-void CaptureWindow::askAndExport(QWidget* parent, LiveTraceModel const& model)
+void CaptureWindow::askAndExport(QWidget* parent, LiveTraceModel& model)
 {
     QString selected;
     QString name = QFileDialog::getSaveFileName(parent, tr("Export view"), QString(), fileDialogFilters(), &selected);

@@ -36,10 +36,9 @@ public:
     // cannot be read is refused with a message box and gives null.
     static CaptureWindow* open(TraceApplication& app, QString const& fileName, QWidget* parent = nullptr);
     // The whole view of model into fileName; a failure is shown in a message box.
-    static bool exportView(QWidget* parent, LiveTraceModel const& model, QString const& fileName,
-                           capture::Format format);
+    static bool exportView(QWidget* parent, LiveTraceModel& model, QString const& fileName, capture::Format format);
     // Asks for a file name and a format, then exports.
-    static void askAndExport(QWidget* parent, LiveTraceModel const& model);
+    static void askAndExport(QWidget* parent, LiveTraceModel& model);
     // Asks for a capture file, then opens it.
     static void askAndOpen(TraceApplication& app, QWidget* parent);
 

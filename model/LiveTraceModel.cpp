@@ -691,6 +691,17 @@ const LiveTraceModel::Row* LiveTraceModel::displayRow(int row) const
     return shown;
 }
 
+void LiveTraceModel::forEachShownRow(const std::function<void(const Row&)>& visit)
+{
+    updateDisplayData();
+    QMutexLocker locker(&s_mutex);
+    const int rows = rowCount();
+    for (int r = 0; r < rows; ++r) {
+        if (const Row* row = displayRow(r))
+            visit(*row);
+    }
+}
+
 const LiveTraceModel::Entry* LiveTraceModel::recordAt(int row) const
 {
     const Row* shown = displayRow(row);

@@ -109,6 +109,11 @@ public:
     const Entry* recordAt(int row) const;
     // The row that shows the record with this sequence number (or the first later one), -1 if none.
     int rowOfSequence(std::uint64_t sequence) const;
+    // Visits every row the view shows, in order, each with its record. Records taken since the last
+    // display stage may have overwritten the local slots of the oldest rows, so the rows are brought
+    // up to date first: an export holds every row the view shows, never a row without its record.
+    // The visitor runs under the model's lock and must not call back into a locking member.
+    void forEachShownRow(const std::function<void(const Row&)>& visit);
 
     // Records that traced processes wrote and that never arrived, since the last clear().
     const LossCounter& getLossCounter() const { return lossCounter; }

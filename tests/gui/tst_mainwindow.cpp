@@ -1,4 +1,5 @@
 #include "AppTestSupport.h"
+#include "CaptureExport.h"
 #include "CommandLine.h"
 #include "MainWindow.h"
 #include "TraceProducer.h"
@@ -321,6 +322,38 @@ private slots:
         capture();
         QCOMPARE(model.displayRow(view->rowAt(0))->entry->id, topRecord);
         QCOMPARE(model.displayRow(view->currentIndex().row())->entry->id, topRecord + 3);
+    }
+
+    // "Copy view" and Export of a full table while records keep arriving: the newest records have
+    // overwritten the local slots of the oldest rows since the last display stage. Both hold every row
+    // the view shows, each with its own record, and the same text.
+    void copiedViewHoldsEveryShownRow()
+    {
+        writeCalls(40, 1, 0, 5000);
+        capture();
+        writeCalls(40, 1, 5000, 8510);
+        capture();
+        writeCalls(40, 1, 8510, 8710);
+        appClock().advance(LiveTraceModel::s_TimerInterval + 10);
+        model.updateSharedData();
+        model.updateInternalData();
+
+        const QString copied = app.getBuffer();
+        QStringList lines = copied.split(QLatin1Char('\n'));
+        lines = lines.mid(3, lines.size() - 4); // the header's three lines, the empty rest after the last
+        QCOMPARE(lines.size(), model.rowCount());
+        QCOMPARE(lines.size(), 8510);
+        for (int r = 0; r < lines.size(); r += 97) {
+            const QStringList fields = lines[r].split(QLatin1Char('\t'));
+            QCOMPARE(fields.value(1).toULongLong(), idBase + 200 + r);
+            QCOMPARE(fields.value(10), QStringLiteral("viWrite(0x1, \"%1\")").arg(200 + r));
+        }
+        QTemporaryDir dir;
+        const QString name = dir.filePath(QStringLiteral("view.txt"));
+        QVERIFY(capture::exportView(model, name, capture::Format::ViewText, nullptr));
+        QFile file(name);
+        QVERIFY(file.open(QIODevice::ReadOnly));
+        QCOMPARE(file.readAll(), copied.toUtf8());
     }
 
     // The message boxes a button or action brings up with the given name in the field, then the name the
