@@ -9,9 +9,12 @@
 
 // Counts, per traced process, the records it wrote that never reached the tool: dropped by the
 // producer for want of room, or lost between a snapshot and the reset of the ring. libzeltrace
-// numbers every record a process means to deliver and stores the number with a mark in `reserved`;
-// the gaps in each process's numbers are the loss. Records without the mark come from other
-// producers, whose `reserved` word means nothing here, and are ignored.
+// numbers every record a process means to deliver and stores the number with its check in
+// `reserved` (ZelTracer::SequenceMark); the gaps in each process's numbers are the loss. Records
+// whose word fails the check come from other producers and are ignored. A figure shown must have been
+// measured: a jump further than the process could have written since its last record (a word that
+// passed the check by chance, a new process under a reused pid) starts its count again instead of
+// counting a loss.
 //
 // Fed in arrival order with the `reserved` word as it came from the segment (before the model puts
 // its own numbers there). Memory stays bounded whatever pids arrive: past `maxProcesses` the process
@@ -23,6 +26,8 @@ public:
     // A record this much behind the newest of its process arrived late (two writers were inside the
     // lock at once); further back, the pid belongs to a new process and its numbering starts again.
     static constexpr std::uint64_t s_ReorderWindow = 64;
+    // More than a producer can write: a record costs it well over 50 ns even when nobody waits.
+    static constexpr std::uint64_t s_MaxRecordsPerMillisecond = 20000;
 
     explicit LossCounter(std::size_t maxProcesses = s_DefaultMaxProcesses);
 
@@ -40,6 +45,7 @@ private:
     {
         std::uint64_t last;
         std::uint64_t lost;
+        std::int64_t lastSeen; // steady-clock milliseconds of its newest record
         std::list<std::uint32_t>::iterator age;
     };
 

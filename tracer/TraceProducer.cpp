@@ -1,5 +1,7 @@
 #include "TraceProducer.h"
 
+#include "SequenceMark.h"
+
 #include <algorithm>
 #include <cctype>
 #include <chrono>
@@ -120,7 +122,7 @@ TraceProducer::Outcome TraceProducer::write(FullEntry const& entry)
         && usedSlots(readIndex, writeIndex, slotCount) + slots < slotCount;
     if (fits) {
         writeSlots(writeIndex, entry, std::min(textLength, s_MaxTextLength), slots,
-                   s_SequenceTag | (number & s_SequenceMask));
+                   SequenceMark::mark(entry.pid, number));
         h->writeIndex = (writeIndex + slots) % slotCount;
     }
     if (h->tracingToFile != 0)

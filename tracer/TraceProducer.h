@@ -21,7 +21,7 @@ namespace ZelTracer {
 // - a record that does not fit into the free slots is dropped whole and counted; unread slots are
 //   never overwritten, so a tool that has fallen behind loses the newest records, not torn ones;
 // - every record that passes the filters takes the next number of this producer's sequence, stored
-//   with a mark in `reserved`, so that the tool can count what never arrived;
+//   with its check in `reserved` (SequenceMark), so that the tool can count what never arrived;
 // - the message filter matches when it occurs in the command text as a case-insensitive substring;
 // - a text longer than twelve slots can carry is cut to 959 characters so that the last slot still
 //   holds the terminator;
@@ -66,12 +66,6 @@ public:
     // Slots a text of this many characters occupies.
     static std::uint32_t slotsFor(std::size_t textLength);
     static constexpr std::size_t s_MaxTextLength = s_MaxSlotsPerRecord * s_SlotTextSize - 1;
-
-    // The mark in `reserved`: a tag in the top 16 bits, the sequence number in the 48 below. Other
-    // producers' `reserved` words carry other top bits (mostly zero) and mean nothing to the tool.
-    static constexpr std::uint64_t s_SequenceTag = 0x5A54000000000000ull; // "ZT"
-    static constexpr std::uint64_t s_SequenceTagMask = 0xFFFF000000000000ull;
-    static constexpr std::uint64_t s_SequenceMask = 0x0000FFFFFFFFFFFFull;
 
     // How long a producer polls the segment lock before it sleeps on it.
     static constexpr long s_SpinNanoseconds = 5000;

@@ -2,7 +2,6 @@
 // processes on private names for the faults (killed lock holders, bad lock files, the umask, many
 // threads). None of these may hang, crash or corrupt the traced program.
 
-#include "LossCounter.h"
 #include "SharedFile.h"
 #include "TraceProducer.h"
 #include "TraceTestSupport.h"
@@ -18,7 +17,6 @@
 
 using namespace ZelTracer;
 using Outcome = TraceProducer::Outcome;
-using Records = QVector<QPair<uint, quint64>>; // (pid, reserved) in arrival order
 Q_DECLARE_METATYPE(Outcome)
 
 namespace {
@@ -122,47 +120,6 @@ private slots:
         QVERIFY(text.endsWith("\"\n# Not enough disk space left. At least 5.00000e+02MB are required.\n"
                               "# To resume logging close all applications using the Zel VISA, free "
                               "disk space and restart.\n"));
-    }
-
-    void lossCounter_data()
-    {
-        QTest::addColumn<Records>("records");
-        QTest::addColumn<QString>("lost"); // the total, then pid:loss of each process with a loss
-        const quint64 m = TraceProducer::s_SequenceTag;
-        auto row = [](const char* name, Records records, const char* lost) {
-            QTest::newRow(name) << records << QString::fromLatin1(lost);
-        };
-        row("no gap", {{1, m | 1}, {1, m | 2}, {1, m | 3}}, "0");
-        row("first record seen is the start", {{1, m | 500}, {1, m | 501}}, "0");
-        row("gaps per process", {{1, m | 1}, {2, m | 7}, {1, m | 4}, {2, m | 10}, {1, m | 5}}, "4 1:2 2:2");
-        row("other producers ignored", {{1, m | 1}, {1, 0}, {1, 77}, {1, 0x5A55000000000009ull}, {1, m | 2}}, "0");
-        row("late arrival", {{1, m | 1}, {1, m | 3}, {1, m | 2}, {1, m | 4}}, "0");
-        row("same record twice", {{1, m | 1}, {1, m | 1}, {1, m | 2}}, "0");
-        row("reused pid starts again", {{1, m | 1000}, {1, m | 1}, {1, m | 3}}, "1 1:1");
-    }
-
-    void lossCounter()
-    {
-        QFETCH(Records, records);
-        QFETCH(QString, lost);
-        LossCounter counter;
-        for (const auto& r : records)
-            counter.add(r.first, r.second);
-        QString shown = QString::number(counter.total());
-        for (const auto& [pid, count] : counter.lossByProcess())
-            shown += QStringLiteral(" %1:%2").arg(pid).arg(count);
-        QCOMPARE(shown, lost);
-    }
-
-    void lossCounterMemoryStaysBounded()
-    {
-        LossCounter counter(16);
-        for (std::uint32_t pid = 1; pid <= 100000; ++pid) {
-            counter.add(pid, TraceProducer::s_SequenceTag | 1);
-            counter.add(pid, TraceProducer::s_SequenceTag | 3);
-            counter.add(200000, TraceProducer::s_SequenceTag | pid); // seen all along, losing nothing
-        }
-        QVERIFY(counter.trackedProcesses() == 16 && counter.total() == 100000 && counter.lostFor(200000) == 0);
     }
 
     void killedLogWriterDoesNotHangTheNext()

@@ -1,6 +1,7 @@
 // A PyVISA script, unchanged, through the zeltrace backend against the simulated instrument: the
 // segment receives exactly the calls the script made, each as a call and a return record.
 
+#include "SequenceMark.h"
 #include "TraceProducer.h"
 #include "TraceTestSupport.h"
 
@@ -68,7 +69,7 @@ private slots:
         for (std::size_t i = 0; i < records.size(); ++i) {
             const FullEntry& e = records[i];
             // The script's records are its own process's, numbered without a gap.
-            numbered &= e.pid == records[0].pid && e.reserved == (TraceProducer::s_SequenceTag | (i + 1));
+            numbered &= e.pid == records[0].pid && e.reserved == SequenceMark::mark(e.pid, i + 1);
             if (e.kind == 0 || i == 0) {
                 lines << normal(e.address) + QLatin1Char(' ') + normal(e.text);
                 continue;
