@@ -1,5 +1,6 @@
 #include "LiveTraceModel.h"
 
+#include "RowBuilder.h"
 #include "ZelVersion.h"
 
 #include <QBrush>
@@ -48,6 +49,17 @@ std::uint32_t previous(std::uint32_t index, std::uint32_t capacity)
 {
     return index == 0 ? capacity - 1 : index - 1;
 }
+
+// The display ring as the row builder fills it.
+struct DisplayRows
+{
+    ZelTracer::RingBufferLocalMem<LiveTraceModel::Row>& ring;
+
+    bool empty() const { return ring.empty(); }
+    LiveTraceModel::Row& last() { return ring(previous(ring.end, ring.numberOfElements())); }
+    void popLast() { ring.pop_back(); }
+    void push(LiveTraceModel::Row const& row) { ring.push_back(row); }
+};
 
 bool sameRecord(const ZelTracer::FullEntry& a, const ZelTracer::FullEntry& b)
 {
@@ -226,14 +238,22 @@ bool LiveTraceModel::fedByAnotherWithinTick(qint64 now)
 // record there: the four identifying fields alone can repeat, and a pid of 0 is a legal pid.
 void LiveTraceModel::updateInternalData()
 {
+    // Announced once both locks are released: a recorder writes to disk from there, and the shared
+    // ring's lock holds every other copy of the tool.
+    if (takeNewRecords() && recordsTaken)
+        recordsTaken();
+}
+
+bool LiveTraceModel::takeNewRecords()
+{
     QMutexLocker locker(&s_mutex);
     if (!sharedRing)
-        return;
+        return false;
     SharedRingLocker ringLocker(sharedRing->block());
     sharedRing->readHeader();
     const std::uint32_t capacity = sharedRing->numberOfElements();
     if (capacity == 0)
-        return;
+        return false;
     const std::uint32_t readIndex = sharedRing->begin;
     std::uint32_t writeIndex = sharedRing->end;
     std::uint32_t start = findTakeStart(readIndex, writeIndex, capacity);
@@ -243,17 +263,20 @@ void LiveTraceModel::updateInternalData()
     bool anyShown = !takenAny;
     for (std::uint32_t i = start; i != writeIndex && !anyShown; i = (i + 1) % capacity)
         anyShown = !filters.isFiltered((*sharedRing)(i));
+    if (!anyShown || localRing.numberOfElements() == 0)
+        return false;
 
-    if (anyShown && localRing.numberOfElements() > 0) {
-        // Bounded by the capacity even if another copy of the tool keeps moving the write index.
-        for (std::uint32_t copied = 0; start != writeIndex && copied < capacity; ++copied) {
-            takeRecord((*sharedRing)(start));
-            lastTakenIndex = start;
-            start = (start + 1) % capacity;
-            sharedRing->readHeader();
-            writeIndex = sharedRing->end;
-        }
+    bool took = false;
+    // Bounded by the capacity even if another copy of the tool keeps moving the write index.
+    for (std::uint32_t copied = 0; start != writeIndex && copied < capacity; ++copied) {
+        takeRecord((*sharedRing)(start));
+        took = true;
+        lastTakenIndex = start;
+        start = (start + 1) % capacity;
+        sharedRing->readHeader();
+        writeIndex = sharedRing->end;
     }
+    return took;
 }
 
 std::uint32_t LiveTraceModel::findTakeStart(std::uint32_t readIndex, std::uint32_t writeIndex,
@@ -312,6 +335,8 @@ void LiveTraceModel::updateDisplayData()
     pruneFirstIds();
     const std::uint32_t capacity = localRing.numberOfElements();
     const std::uint32_t count = localRing.size();
+    RowBuilder builder(firstIdByPid, collapseSameCommands, onlyErrors);
+    DisplayRows rows {displayRing};
     for (std::uint32_t n = 0; n < count && rowCapacity > 0; ++n) {
         const std::uint32_t slot = (localRing.begin + n) % capacity;
         Entry& e = localRing(slot);
@@ -322,45 +347,7 @@ void LiveTraceModel::updateDisplayData()
         row.current = slot;
         row.ring = &localRing;
         row.entry = &e;
-        row.displayKind = e.kind;
-        row.firstId = *firstIdByPid.insert(e.pid, firstIdByPid.value(e.pid, e.id));
-
-        // A return right behind its call replaces it as one completed row. The removal happens
-        // before the filter test on purpose: a hidden return takes its call row with it.
-        if (!displayRing.empty()) {
-            const Entry& last = *lastRow().entry;
-            if (last.pid == e.pid && last.id == e.id && last.threadId == e.threadId) {
-                displayRing.pop_back();
-                row.displayKind = CompletedKind;
-            }
-        } else if (e.kind == ReturnKind) {
-            row.displayKind = CompletedKind;
-        }
-
-        if (isHidden(slot))
-            continue;
-        // With only errors shown, a call record (no status yet) is hidden like a success: its failed
-        // return stands for the whole call, as it does first in an empty table, so that repeated
-        // failures look alike and collapse.
-        if (onlyErrors && row.displayKind == ReturnKind)
-            row.displayKind = CompletedKind;
-
-        row.repeatCount = 0;
-        row.summedDuration = e.duration;
-        if (collapseSameCommands && !displayRing.empty()) {
-            const Row& previousRow = lastRow();
-            const Entry& last = *previousRow.entry;
-            // A prefix test on purpose: the earlier text only has to begin with this one.
-            const std::size_t n = strnlen(e.text, sizeof e.text);
-            if (last.pid == e.pid && last.threadId == e.threadId && last.status == e.status
-                && previousRow.displayKind == row.displayKind && std::strncmp(last.text, e.text, n) == 0) {
-                row.repeatCount = previousRow.repeatCount + 1;
-                row.summedDuration = previousRow.summedDuration + e.duration;
-                displayRing.pop_back();
-            }
-        }
-        displayRing.push_back(row);
-        if (e.status < 0)
+        if (builder.add(rows, row, isHidden(slot)) && e.status < 0)
             errorInDisplay = true;
     }
 

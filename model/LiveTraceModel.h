@@ -135,6 +135,11 @@ public:
     using Clock = std::function<qint64()>;
     void setClock(Clock newClock) { clock = std::move(newClock); }
 
+    // Called after each internal stage that took records into the local ring (each numbered in its
+    // reserved word), once the stage has released its locks. A recorder takes every record from there.
+    // A plain callback, so that the model's signals and slots stay those of its public face.
+    void onRecordsTaken(std::function<void()> handler) { recordsTaken = std::move(handler); }
+
     static constexpr int s_TimerInterval = 50;
     static constexpr int s_DefaultSharedRingSize = 0xA00000;
 
@@ -152,6 +157,7 @@ private:
     bool isOfCurrentCall(const Row& row) const;
     bool isHidden(std::uint32_t slot);
     bool fedByAnotherWithinTick(qint64 now);
+    bool takeNewRecords();
     std::uint32_t findTakeStart(std::uint32_t readIndex, std::uint32_t writeIndex, std::uint32_t capacity) const;
     void takeRecord(const Entry& record);
     void pruneFirstIds();
@@ -191,6 +197,7 @@ private:
     // that to another copy.
     std::optional<unsigned long> segmentFreeAtLastLook;
     Clock clock;
+    std::function<void()> recordsTaken;
     std::uint64_t sequenceCounter = 0;
     // The filter verdict of each local slot, kept until the filters change: 0 unknown, 1 shown, 2 hidden.
     std::vector<std::uint8_t> verdicts;

@@ -6,6 +6,7 @@
 #include "CaptureExport.h"
 #include "LiveTraceModel.h"
 #include "ModelFilters.h"
+#include "RowStream.h"
 #include "TraceChannelControl.h"
 #include "UnixSignalQuit.h"
 #include "ZelVersion.h"
@@ -142,15 +143,19 @@ std::optional<Options> parse(QCoreApplication const& app)
 class Recorder : public QObject
 {
 public:
-    Recorder(Options const& options, ZelTracer::TraceChannelControl& control, LiveTraceModel& model, QFile& file)
+    Recorder(Options const& options, ZelTracer::TraceChannelControl& control, LiveTraceModel& model, QFile& file,
+             ModelFilters const& viewFilters)
         : options(options)
         , control(control)
         , model(model)
         , file(file)
         , writer(file, options.format)
+        , rows(viewFilters, [this](LiveTraceModel::Row const& row) { writeRow(row); })
         , progressShown(!options.quiet && isatty(STDERR_FILENO))
     {
-        connect(&model, &LiveTraceModel::newDataCollected, this, [this] { writeRows(false); });
+        // Every record the model takes, on every tick: the display rows are rebuilt only every fourth
+        // tick and hold only what fits in a view, which a fast producer overruns.
+        model.onRecordsTaken([this] { takeRecords(); });
         connect(&progress, &QTimer::timeout, this, &Recorder::showProgress);
         connect(&quitSignals, &UnixSignalQuit::quitRequested, this, [this] { stop(0); });
     }
@@ -203,8 +208,7 @@ public:
         // What the producers wrote until now still goes into the file, the last row included.
         model.updateSharedData();
         model.updateInternalData();
-        model.updateDisplayData();
-        writeRows(true);
+        rows.finish();
         writer.finish();
         file.flush();
         if (!writer.ok() || file.error() != QFileDevice::NoError) {
@@ -215,34 +219,33 @@ public:
         leave();
         if (progressShown)
             std::fputc('\n', stderr);
+        // Every record a producer tried to write is in the file or in this figure: what the producers
+        // dropped or lost on the way (the gaps in their numbers) and what this recorder took but could
+        // not write before the next ones overwrote it.
+        const std::uint64_t lost = model.getLossCounter().total() + rows.missed();
         if (!options.quiet)
-            std::fprintf(stderr, "zel-record: %llu rows written to %s\n", static_cast<unsigned long long>(written),
-                         qUtf8Printable(options.output));
+            std::fprintf(stderr, "zel-record: %llu rows written to %s, %llu records lost\n",
+                         static_cast<unsigned long long>(written), qUtf8Printable(options.output),
+                         static_cast<unsigned long long>(lost));
         QCoreApplication::exit(code);
     }
 
 private:
-    // The last row may still change (its return record, or a repeat, can follow), so it is written
-    // only at the end; every row before it is final.
-    void writeRows(bool includeLast)
+    void takeRecords()
     {
-        const int rows = model.rowCount();
-        const int end = includeLast ? rows : rows - 1;
-        int r = lastSequence == 0 ? 0 : model.rowOfSequence(lastSequence + 1);
-        if (r < 0)
-            return;
-        for (; r < end && !(options.count && written >= options.count); ++r) {
-            const LiveTraceModel::Row* row = model.displayRow(r);
-            if (!row || row->entry->reserved <= lastSequence)
-                continue;
-            writer.write(*row);
-            lastSequence = row->entry->reserved;
-            ++written;
-        }
+        rows.take(model);
         file.flush();
-        // Not from here: this runs inside the model's display stage.
+        // Not from here: this runs inside the model's internal stage.
         if (options.count && written >= options.count && !stopping)
             QTimer::singleShot(0, this, [this] { stop(0); });
+    }
+
+    void writeRow(LiveTraceModel::Row const& row)
+    {
+        if (options.count && written >= options.count)
+            return;
+        writer.write(row);
+        ++written;
     }
 
     void showProgress()
@@ -276,6 +279,7 @@ private:
     LiveTraceModel& model;
     QFile& file;
     capture::CaptureWriter writer;
+    RowStream rows;
     UnixSignalQuit quitSignals;
     QTimer progress;
     QElapsedTimer clock;
@@ -283,7 +287,6 @@ private:
     bool switchedOn = false;
     bool stopping = false;
     std::uint64_t written = 0;
-    std::uint64_t lastSequence = 0;
     unsigned previousPid = 0;
     std::string previousMessage;
 };
@@ -315,11 +318,9 @@ int main(int argc, char** argv)
 
     ZelTracer::TraceChannelControl control(options->key, ZelTracer::s_VisaSharedMemorySize, options->semaphore);
     LiveTraceModel model(nullptr, control, options->ring);
-    // Every call gets its own row: a recording is read by people and programs that count calls.
-    model.setCollapseSameCommands(false);
-    model.setFilter(filters);
-
-    Recorder recorder(*options, control, model, file);
+    // The model takes every record; the view filters apply to the rows written, so that no batch is
+    // left waiting in the shared ring because the filters hide all of it.
+    Recorder recorder(*options, control, model, file, filters);
     if (!recorder.start())
         return 2;
     return app.exec();

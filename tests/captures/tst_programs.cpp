@@ -200,6 +200,55 @@ private slots:
         QCOMPARE(QString(during + " | "_q + idsIn(file)), expected);
         QCOMPARE(header(), before);
     }
+
+    // A producer as fast as the segment lets it (it waits while the segment is full, so it drops
+    // nothing), then a burst that does not fit: every record it tried to write is in the file or in
+    // the summary's figure of records lost.
+    void recordingKeepsEveryRecord()
+    {
+        control.clear();
+        control.setTracingActive(false);
+        const QString file = dir.filePath("all.csv"_q);
+        QProcess p;
+        p.start(recorder, privateNames + QStringList {"-o"_q, file});
+        QTRY_VERIFY_WITH_TIMEOUT(QFileInfo(file).size() > 0, 20000);
+        std::uint64_t id = 0;
+        auto call = [&](std::uint32_t kind) {
+            return makeCall(4242, 1, id, kind, kind ? "viRead(0x1, \"1.25\", 20)" : "viRead(0x1, buf, 20)");
+        };
+        QElapsedTimer waited;
+        waited.start();
+        while (id < 20000) {
+            if (producer.freeEntries() < 3) {
+                QVERIFY(waited.elapsed() < 20000); // the recorder drains the segment
+                QThread::usleep(200);
+                continue;
+            }
+            ++id;
+            QCOMPARE(producer.write(call(0)), ZelTracer::TraceProducer::Outcome::Written);
+            QCOMPARE(producer.write(call(1)), ZelTracer::TraceProducer::Outcome::Written);
+        }
+        for (const std::uint64_t end = id + 5000; id < end;) {
+            ++id;
+            producer.write(call(0));
+            producer.write(call(1));
+        }
+        // A loss shows as a gap before a later record of the process.
+        QTRY_VERIFY_WITH_TIMEOUT(producer.freeEntries() >= 3, 20000);
+        ++id;
+        QCOMPARE(producer.write(call(0)), ZelTracer::TraceProducer::Outcome::Written);
+        ::kill(static_cast<pid_t>(p.processId()), SIGTERM);
+        QVERIFY(p.waitForFinished(20000));
+        // A completed row holds two records, a call or a return row one.
+        const QByteArray rows = fileBytes(file);
+        const std::uint64_t records
+            = 2 * std::uint64_t(rows.count(",\"completed\",")) + rows.count(",\"call\",") + rows.count(",\"return\",");
+        const QRegularExpression summary("(\\d+) records lost"_q);
+        const auto lost = summary.match(QString::fromUtf8(p.readAllStandardError()));
+        QVERIFY(lost.hasMatch());
+        QVERIFY(producer.getDropped() > 0);
+        QCOMPARE(records + lost.captured(1).toULongLong(), producer.getWritten() + producer.getDropped());
+    }
 };
 
 QTEST_GUILESS_MAIN(TestPrograms)

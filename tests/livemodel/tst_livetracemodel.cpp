@@ -1,5 +1,6 @@
 #include "FilterTestSupport.h"
 #include "LiveTraceModel.h"
+#include "RowStream.h"
 #include "SequenceMark.h"
 #include "TestClock.h"
 #include "TraceProducer.h"
@@ -216,6 +217,37 @@ private slots:
             counter.add(200000, SequenceMark::mark(200000, pid)); // seen all along, losing nothing
         }
         QVERIFY(counter.trackedProcesses() == 16 && counter.total() == 100000 && counter.lostFor(200000) == 0);
+    }
+
+    // A recorder's rows: every record taken, paired as the view pairs them, hidden ones left out, each
+    // handed on once final; what the local ring overwrote before the stream saw it is counted.
+    void rowStream()
+    {
+        Pipeline p(13);
+        QStringList rows;
+        RowStream stream(rules({rule(SingleFilter::ExcludeCommand, 0, "viClose")}), [&rows](RowStream::Row const& row) {
+            rows << QStringLiteral("%1 %2").arg(row.displayKind).arg(QLatin1String(row.entry->text));
+        });
+        p.write({1, 1, 1, 0, "viOpen"});
+        p.write({1, 1, 1, 1, "viOpen"});
+        p.write({1, 1, 2, 0, "viRead"});
+        p.write({1, 2, 3, 0, "viWrite"});
+        p.write({1, 1, 2, 1, "viRead"});
+        p.write({1, 1, 4, 0, "viClose"});
+        p.capture();
+        stream.take(p.model);
+        QCOMPARE(rows.join(QLatin1Char('|')), QStringLiteral("2 viOpen|0 viRead|0 viWrite"));
+        for (std::uint64_t id = 10; id < 10010; ++id) {
+            p.write({1, 1, id, 0, "viWaitOnEvent"});
+            if (id % 5000 == 9)
+                p.capture();
+        }
+        rows.clear();
+        stream.take(p.model);
+        stream.finish();
+        QCOMPARE(stream.missed(), 10000u - 8510); // the local ring holds 8510 of the 10,000
+        QCOMPARE(rows.size(), 8510 + 1); // the pending return of viRead, then every call held
+        QCOMPARE(rows.first(), QStringLiteral("1 viRead"));
     }
 
     // What the producer could not fit into a full segment shows up as lost once later records arrive.
