@@ -14,6 +14,7 @@
 TraceApplication::TraceApplication(int& argc, char** argv, TraceEndpoints endpoints)
     : QApplication(argc, argv)
     , endpoints(std::move(endpoints))
+    , presence(this->endpoints.sharedRingName.toStdString())
     , channelControl(this->endpoints.segmentKey, ZelTracer::s_VisaSharedMemorySize, this->endpoints.segmentSemaphore)
     , model(this, channelControl, this->endpoints.sharedRingName)
 {
@@ -116,13 +117,13 @@ void TraceApplication::writeRunReport()
 void TraceApplication::quit()
 {
     writeRunReport();
-    // Tracing and recording stop only when the last copy of the tool leaves. A copy that never
-    // attached the shared ring (recording to file only, or a failed start) is told that others
-    // remain; the kernel's count of processes still on the ring, now that this one has left it,
-    // says whether that is so.
-    const bool othersRemain = model.detachSharedRingBuffer()
+    // Tracing and recording stop only when the last copy of the tool leaves, counted by the presence
+    // every copy holds whether it traces or not. Should that not be known, the shared ring tells: a
+    // copy that never attached it is told that others remain, and the kernel's count of processes
+    // still on the ring, now that this one has left it, says whether that is so.
+    const bool ringSaysSo = model.detachSharedRingBuffer()
         && ZelTracer::RingBufferSharedMem<ZelTracer::FullEntry>::attachedProcesses(endpoints.sharedRingName) > 0;
-    if (!othersRemain) {
+    if (!presence.othersRemain(ringSaysSo)) {
         stoptrace();
         stopfiletrace();
     }

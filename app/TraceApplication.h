@@ -1,6 +1,7 @@
 #pragma once
 
 #include "LiveTraceModel.h"
+#include "ToolPresence.h"
 #include "TraceChannelControl.h"
 
 #include <QApplication>
@@ -59,6 +60,7 @@ private:
     void writeRunReport();
 
     TraceEndpoints endpoints;
+    ZelTracer::ToolPresence presence;
     ZelTracer::TraceChannelControl channelControl;
     LiveTraceModel model;
     QTimer segmentWatch;

@@ -7,6 +7,7 @@
 #include "LiveTraceModel.h"
 #include "ModelFilters.h"
 #include "RowStream.h"
+#include "ToolPresence.h"
 #include "TraceChannelControl.h"
 #include "UnixSignalQuit.h"
 #include "ZelVersion.h"
@@ -259,8 +260,8 @@ private:
     // recorder was the one that switched it on.
     void leave()
     {
-        const bool othersRemain = model.detachSharedRingBuffer();
-        if (!othersRemain)
+        const bool ringSaysSo = model.detachSharedRingBuffer();
+        if (!presence.othersRemain(ringSaysSo))
             restore();
     }
 
@@ -275,6 +276,8 @@ private:
     }
 
     Options const& options;
+    // Counted among the copies of the tool from the start, like a window.
+    ZelTracer::ToolPresence presence {options.ring.toStdString()};
     ZelTracer::TraceChannelControl& control;
     LiveTraceModel& model;
     QFile& file;

@@ -9,6 +9,8 @@
 #include <QtTest>
 #include <QtWidgets>
 
+#include <sys/prctl.h>
+
 using namespace ZelTracer;
 
 Q_DECLARE_METATYPE(ModelFilters)
@@ -313,27 +315,49 @@ private slots:
         app.stoptrace();
     }
 
-    // Last: quitting leaves the application unable to run modal loops.
-    void lastInstanceSwitchesTracingOff()
+    // Last: quitting leaves the application unable to run modal loops. Copies of the tool in other
+    // processes: only the last to quit switches tracing and recording off, whether the others trace or
+    // only record.
+    void lastCopySwitchesTracingOff()
     {
-        // Another copy of the tool on the same shared ring.
-        auto other
-            = std::make_unique<LiveTraceModel>(nullptr, app.getChannelControl(), app.getEndpoints().sharedRingName);
-        app.starttrace();
-        QVERIFY(other->start());
+        auto flags = [this] {
+            return QStringLiteral("%1 %2").arg(raw.header().tracingActive).arg(raw.header().tracingToFile);
+        };
+        app.stoptrace();
+        app.getModel().timerHit(); // leaves the shared ring, as a copy that does not trace has
         app.startfiletrace(dir.filePath(QStringLiteral("q.log")).toStdString());
+        std::unique_ptr<QProcess> idle = startCopy(false);
+        QVERIFY(idle);
+        idle->write("quit\n");
+        QVERIFY(idle->waitForFinished(10000) && idle->exitCode() == 0);
+        QCOMPARE(flags(), QStringLiteral("0 1"));
 
-        app.quit();
-        QVERIFY(raw.header().tracingActive == 1 && raw.header().tracingToFile == 1);
-
-        QVERIFY(!other->detachSharedRingBuffer()); // the other copy was the last one
-        other.reset();
+        std::unique_ptr<QProcess> tracing = startCopy(true);
+        QVERIFY(tracing);
         app.starttrace();
         app.quit();
-        QVERIFY(raw.header().tracingActive == 0 && raw.header().tracingToFile == 0);
+        QCOMPARE(flags(), QStringLiteral("1 1"));
+        tracing->kill(); // however it ends, it no longer counts
+        QVERIFY(tracing->waitForFinished(10000));
+        app.quit();
+        QCOMPARE(flags(), QStringLiteral("0 0"));
     }
 
 private:
+    // Another copy of the tool on this test's segment and ring, in a process of its own; it quits
+    // when told so on its input.
+    std::unique_ptr<QProcess> startCopy(bool tracing)
+    {
+        auto process = std::make_unique<QProcess>();
+        process->start(QCoreApplication::applicationFilePath(),
+                       {QStringLiteral("--tool-copy"), QString::number(segment().key),
+                        QString::fromStdString(segment().semaphore), app.getEndpoints().sharedRingName,
+                        QString::number(tracing)});
+        if (!process->waitForReadyRead(10000))
+            return nullptr;
+        return process;
+    }
+
     void capture()
     {
         LiveTraceModel& model = app.getModel();
@@ -350,8 +374,29 @@ private:
     QTemporaryDir dir;
 };
 
+// The other copy of the tool: an application on the given segment and ring that may trace, until a
+// line on its input tells it to quit.
+int runToolCopy(int argc, char** argv)
+{
+    prctl(PR_SET_PDEATHSIG, SIGKILL);
+    qputenv("QT_QPA_PLATFORM", "offscreen");
+    int none = 1;
+    TraceApplication copy(none, argv, {std::atoi(argv[2]), argv[3], QString::fromUtf8(argv[4])});
+    if (argc > 5 && qstrcmp(argv[5], "1") == 0)
+        copy.starttrace();
+    std::printf("ready\n");
+    std::fflush(stdout);
+    char line[16];
+    if (!std::fgets(line, sizeof line, stdin))
+        return 1;
+    copy.quit();
+    return 0;
+}
+
 int main(int argc, char** argv)
 {
+    if (argc == 6 && qstrcmp(argv[1], "--tool-copy") == 0)
+        return runToolCopy(argc, argv);
     qputenv("TZ", "UTC");
     tzset();
     return execWithApplication<TestTraceApplication>(argc, argv, segment(), "app");
