@@ -88,7 +88,7 @@ QStringList DetailsPane::rowLines(const LiveTraceModel& model, int row, QStringL
         lines.insert(1,
                      tr("This row stands for %1 identical calls in a row, %2 in all; below is the last.")
                          .arg(static_cast<qulonglong>(shown->repeatCount + 1))
-                         .arg(LiveTraceModel::duration2string(shown->summedDuration)));
+                         .arg(ValueFormat::duration2string(shown->summedDuration)));
     return lines;
 }
 

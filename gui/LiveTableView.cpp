@@ -1,6 +1,7 @@
 #include "LiveTableView.h"
 
 #include <QHeaderView>
+#include <QScrollBar>
 
 namespace gui {
 
@@ -24,6 +25,19 @@ void LiveTableView::setModel(QAbstractItemModel* newModel)
                 header->viewport()->update();
         });
     }
+    // After the view's own handling of the removal, which is connected before.
+    connect(newModel, &QAbstractItemModel::rowsRemoved, this, [this] {
+        if (leavingHeight == 0)
+            return;
+        verticalScrollBar()->setValue(verticalScrollBar()->value() - leavingHeight);
+        leavingHeight = 0;
+    });
+}
+
+void LiveTableView::rowsAboutToBeRemoved(const QModelIndex& parent, int start, int end)
+{
+    leavingHeight = start == 0 ? rowViewportPosition(end) + rowHeight(end) - rowViewportPosition(0) : 0;
+    QTableView::rowsAboutToBeRemoved(parent, start, end);
 }
 
 void LiveTableView::dataChanged(const QModelIndex& topLeft, const QModelIndex& bottomRight, const QVector<int>& roles)

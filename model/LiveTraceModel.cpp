@@ -10,8 +10,6 @@
 #include <QItemSelectionModel>
 #include <QMutexLocker>
 #include <QPixmap>
-#include <QScrollBar>
-#include <QTableView>
 
 #include <algorithm>
 #include <cstddef>
@@ -556,9 +554,8 @@ void LiveTraceModel::refresh()
 // their records' sequence numbers, so finding how many old rows went away is a binary search.
 //
 // A current row that leaves is cleared rather than handed on by Qt to a neighbour: Qt would scroll to
-// the neighbour, which under load is the top row, and the view would jump there on every stage. The
-// view scrolls per pixel and would let the text slide up under a reader when rows leave at the top,
-// so its scroll position moves up by the rows that went.
+// the neighbour, which under load is the top row, and the view would jump there on every stage. (The
+// live table keeps its own scroll position steady while rows leave at the top: LiveTableView.)
 void LiveTraceModel::announceRowChanges()
 {
     const int rows = static_cast<int>(displayRing.size());
@@ -577,9 +574,6 @@ void LiveTraceModel::announceRowChanges()
     if (gone > 0) {
         if (current.isValid() && current.row() < gone)
             selectionModel->setCurrentIndex(QModelIndex(), QItemSelectionModel::NoUpdate);
-        const int goneHeight = tableView ? tableView->rowViewportPosition(gone - 1) + tableView->rowHeight(gone - 1)
-                - tableView->rowViewportPosition(0)
-                                         : 0;
         // While the removal is open the view still counts the old rows: those above the kept ones
         // show nothing, the kept ones already show their new place.
         rowShift = gone;
@@ -587,8 +581,6 @@ void LiveTraceModel::announceRowChanges()
         announcedRows.erase(announcedRows.begin(), announcedRows.begin() + gone);
         rowShift = 0;
         endRemoveRows();
-        if (tableView)
-            tableView->verticalScrollBar()->setValue(tableView->verticalScrollBar()->value() - goneHeight);
     }
     const int kept = static_cast<int>(announcedRows.size());
     if (rows < kept) {
@@ -639,9 +631,8 @@ void LiveTraceModel::announceReset()
     const int row = hadCurrent ? rowOfSequence(currentSequence) : -1;
     if (row >= 0 && selectionModel) {
         const QModelIndex target = index(row, column);
+        // The view scrolls to its new current row itself.
         selectionModel->setCurrentIndex(target, QItemSelectionModel::ClearAndSelect | QItemSelectionModel::Rows);
-        if (tableView)
-            tableView->scrollTo(target);
     }
 }
 

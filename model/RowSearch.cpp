@@ -77,7 +77,7 @@ bool RowSearch::matches(const LiveTraceModel& model, int row) const
         const auto cached = statusMatches.constFind(e.status);
         if (cached != statusMatches.constEnd())
             return *cached;
-        return *statusMatches.insert(e.status, test(LiveTraceModel::status2string(e.status)));
+        return *statusMatches.insert(e.status, test(ValueFormat::status2string(e.status)));
     };
     auto decodedMatch = [&](auto test) {
         return test(ValueFormat::recordText(e.text, textLength))

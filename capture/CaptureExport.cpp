@@ -48,7 +48,7 @@ QString dateAndTime(Entry const& e)
     char date[32] = {};
     if (localtime_r(&seconds, &local))
         std::strftime(date, sizeof date, "%Y-%m-%d ", &local);
-    return QLatin1String(date) + LiveTraceModel::timestamp2string(static_cast<long>(e.timestamp), e.timestampFraction);
+    return QLatin1String(date) + ValueFormat::timestamp2string(static_cast<long>(e.timestamp), e.timestampFraction);
 }
 
 QByteArray quoted(QString const& field)
@@ -207,7 +207,7 @@ void appendViewTextLine(QString& out, Row const& row)
     out += tab;
     number(static_cast<std::uint64_t>(e.id));
     out += tab;
-    out += LiveTraceModel::timestamp2string(static_cast<long>(e.timestamp), e.timestampFraction);
+    out += ValueFormat::timestamp2string(static_cast<long>(e.timestamp), e.timestampFraction);
     out += tab;
     number(e.pid);
     out += tab;
@@ -236,7 +236,7 @@ QByteArray CaptureWriter::csvLine(Row const& row)
         + quoted(QString::number(e.pid)) + comma + quoted(QString::number(e.threadId)) + comma
         + quoted(QString::number(e.session)) + comma + quoted(escapeControls(addressText(e))) + comma
         + quoted(QString::number(shownDuration(row), 'f', 9)) + comma + quoted(QString::number(e.status)) + comma
-        + quoted(LiveTraceModel::status2string(e.status)) + comma
+        + quoted(ValueFormat::status2string(e.status)) + comma
         + quoted(QString::number(static_cast<qulonglong>(row.repeatCount + 1))) + comma
         + quoted(escapeControls(commandText(e))) + "\r\n";
 }
@@ -255,7 +255,7 @@ QByteArray CaptureWriter::timelineEvent(Row const& row)
         + ",\"address\":" + jsonString(addressText(e)) + ",\"command\":" + jsonString(command);
     if (returned)
         args += ",\"status\":" + QByteArray::number(e.status)
-            + ",\"statusName\":" + jsonString(LiveTraceModel::status2string(e.status));
+            + ",\"statusName\":" + jsonString(ValueFormat::status2string(e.status));
     if (row.repeatCount != 0)
         args += ",\"calls\":" + QByteArray::number(static_cast<qulonglong>(row.repeatCount + 1));
     args += '}';
