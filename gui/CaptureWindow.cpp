@@ -1,11 +1,9 @@
 #include "CaptureWindow.h"
 
-#include "CellToolTips.h"
-#include "DetailsPane.h"
 #include "FindBar.h"
-#include "RowHeaderView.h"
-#include "StatisticsPane.h"
+#include "LiveTableView.h"
 #include "TraceApplication.h"
+#include "TraceTableArea.h"
 #include "ViewFilterDialog.h"
 #include "ZelVersion.h"
 
@@ -49,58 +47,23 @@ CaptureWindow::CaptureWindow(TraceApplication& app, QString const& fileName, cap
     , total(capture.total)
     , first(capture.first)
     , firstError(capture.firstError)
-    , view(new QTableView(this))
+    , view(new LiveTableView(this))
 {
     setWindowTitle(tr("%1 - ZelVisa Trace Tool capture").arg(QFileInfo(fileName).fileName()));
     setWindowFilePath(fileName);
     resize(1200, 760);
-    view->setVerticalHeader(new RowHeaderView(view));
-    view->setModel(&captureModel);
-    view->horizontalHeader()->setStretchLastSection(true);
-    view->setSelectionBehavior(QAbstractItemView::SelectRows);
-    view->setEditTriggers(QAbstractItemView::NoEditTriggers);
     setCentralWidget(view);
-    // Room for typical values and for the command; id, elapsed time and session can be shown again
-    // from the header.
-    const QFontMetrics metrics(view->font());
-    auto widen = [this, &metrics](int column, const char* sample) {
-        view->horizontalHeader()->resizeSection(column, metrics.horizontalAdvance(QLatin1String(sample)) + 12);
-    };
-    widen(LiveTraceModel::TimestampColumn, "00:00:00.000");
-    widen(LiveTraceModel::ElapsedTimeColumn, "000.000000 s");
-    widen(LiveTraceModel::PidColumn, "0000000");
-    widen(LiveTraceModel::ThreadColumn, "0000000");
-    widen(LiveTraceModel::AddressColumn, "TCPIP0::10.0.0.5::INSTR");
-    widen(LiveTraceModel::DurationColumn, "1000.000 ms");
-    widen(LiveTraceModel::StatusColumn, "VI_ERROR_RSRC_NFOUND");
-    view->setColumnHidden(LiveTraceModel::ElapsedTimeColumn, true);
+    area = std::make_unique<TraceTableArea>(*this, *view, captureModel);
+    area->sizeColumns(width());
+    area->offerHeaderMenu();
+    // Id, elapsed time and session can be shown again from the header.
     view->setColumnHidden(LiveTraceModel::IdColumn, true);
-    view->horizontalHeader()->setContextMenuPolicy(Qt::CustomContextMenu);
-    connect(view->horizontalHeader(), &QWidget::customContextMenuRequested, this, [this](QPoint const& pos) {
-        QMenu menu;
-        for (int column = 0; column < LiveTraceModel::CommandColumn; ++column) {
-            QAction* action = menu.addAction(captureModel.headerData(column, Qt::Horizontal).toString());
-            action->setCheckable(true);
-            action->setChecked(!view->isColumnHidden(column));
-            connect(action, &QAction::toggled, view,
-                    [this, column](bool shown) { view->setColumnHidden(column, !shown); });
-        }
-        menu.exec(view->horizontalHeader()->mapToGlobal(pos));
-    });
+    view->setColumnHidden(LiveTraceModel::ElapsedTimeColumn, true);
     view->setColumnHidden(LiveTraceModel::SessionColumn, true);
-    captureModel.selectionModel = view->selectionModel();
-    captureModel.tableView = view;
     connect(view->selectionModel(), &QItemSelectionModel::currentChanged, &captureModel,
             &LiveTraceModel::selectionChanged);
     captureModel.loadRecords(capture.records);
 
-    new CellToolTips(view);
-    finder = new FindBar(captureModel, view);
-    details = new DetailsPane(captureModel, view, this);
-    statistics = new StatisticsPane(captureModel, this);
-    addDockWidget(Qt::BottomDockWidgetArea, details);
-    addDockWidget(Qt::BottomDockWidgetArea, statistics);
-    splitDockWidget(details, statistics, Qt::Horizontal);
     statusLabel = new QLabel(this);
     statusBar()->addWidget(statusLabel, 1);
     connect(&captureModel, &LiveTraceModel::newDataCollected, this, &CaptureWindow::updateStatus);
@@ -113,10 +76,18 @@ CaptureWindow::~CaptureWindow()
     // The panes and the view hold on to the model, which goes first as a member: they go before it.
     captureModel.selectionModel = nullptr;
     captureModel.tableView = nullptr;
-    delete details;
-    delete statistics;
-    delete finder;
+    area.reset();
     delete view;
+}
+
+QTableView* CaptureWindow::table() const
+{
+    return view;
+}
+
+FindBar* CaptureWindow::findBar() const
+{
+    return &area->findBar();
 }
 
 void CaptureWindow::setupMenus()
@@ -153,23 +124,8 @@ void CaptureWindow::setupMenus()
            &LiveTraceModel::setCollapseSameCommands);
     toggle(tr("Show only &string arguments"), captureModel.isShowOnlyStringParameters(),
            &LiveTraceModel::setShowOnlyStringParameters);
-    toggle(tr("Only &errors"), captureModel.isOnlyErrors(), &LiveTraceModel::setOnlyErrors);
 
-    QMenu* analysis = menuBar()->addMenu(tr("&Analysis"));
-    auto findAction = [this, analysis](QString const& text, QKeySequence const& key, void (FindBar::*slot)()) {
-        QAction* action = analysis->addAction(text);
-        action->setShortcut(key);
-        connect(action, &QAction::triggered, finder, slot);
-    };
-    findAction(tr("&Find..."), QKeySequence(Qt::CTRL + Qt::Key_F), &FindBar::activate);
-    findAction(tr("Find &next"), QKeySequence(Qt::Key_F3), &FindBar::findNext);
-    findAction(tr("Find &previous"), QKeySequence(Qt::SHIFT + Qt::Key_F3), &FindBar::findPrevious);
-    analysis->addSeparator();
-    findAction(tr("Next &error"), QKeySequence(Qt::Key_F8), &FindBar::nextError);
-    findAction(tr("Pre&vious error"), QKeySequence(Qt::SHIFT + Qt::Key_F8), &FindBar::previousError);
-    analysis->addSeparator();
-    analysis->addAction(details->toggleViewAction());
-    analysis->addAction(statistics->toggleViewAction());
+    area->addAnalysisActions(*menuBar()->addMenu(tr("&Analysis")));
 }
 
 bool CaptureWindow::showPart(std::uint64_t from, bool toFirstError)
@@ -189,7 +145,7 @@ bool CaptureWindow::showPart(std::uint64_t from, bool toFirstError)
     for (int row = 0; toFirstError && row < captureModel.rowCount(); ++row) {
         const LiveTraceModel::Row* shown = captureModel.displayRow(row);
         if (shown && shown->entry->status < 0 && shown->displayKind != LiveTraceModel::CallKind) {
-            finder->showRow(row);
+            area->findBar().showRow(row);
             break;
         }
     }

@@ -6,15 +6,17 @@
 
 #include <QMainWindow>
 
+#include <memory>
+
 class QLabel;
 class QTableView;
 class TraceApplication;
 
 namespace gui {
 
-class DetailsPane;
 class FindBar;
-class StatisticsPane;
+class LiveTableView;
+class TraceTableArea;
 
 // A capture read back from a file, in a window of its own: the same table, view filters, options,
 // find, details and statistics as the live window, and nothing that traces. It has its own model,
@@ -29,8 +31,8 @@ public:
     ~CaptureWindow() override;
 
     LiveTraceModel& model() { return captureModel; }
-    QTableView* table() const { return view; }
-    FindBar* findBar() const { return finder; }
+    QTableView* table() const;
+    FindBar* findBar() const;
 
     // Reads fileName and shows it in a new window that deletes itself when closed; a file that
     // cannot be read is refused with a message box and gives null.
@@ -60,10 +62,8 @@ private:
     std::uint64_t first;
     std::int64_t firstError;
     QList<QAction*> partActions;
-    QTableView* view;
-    FindBar* finder;
-    DetailsPane* details;
-    StatisticsPane* statistics;
+    LiveTableView* view;
+    std::unique_ptr<TraceTableArea> area;
     QLabel* statusLabel;
 };
 

@@ -3,16 +3,14 @@
 #include "AboutBox.h"
 #include "CaptureWindow.h"
 
-#include "CellToolTips.h"
 #include "CommandLine.h"
-#include "DetailsPane.h"
 #include "FilterDialog.h"
 #include "FindBar.h"
 #include "LossIndicator.h"
-#include "RowHeaderView.h"
 #include "SettingsGuard.h"
-#include "StatisticsPane.h"
+#include "SettingsKeys.h"
 #include "TraceApplication.h"
+#include "TraceTableArea.h"
 #include "ViewFilterDialog.h"
 #include "WindowPlacement.h"
 #include "ZelVersion.h"
@@ -61,12 +59,17 @@ bool hiddenByDefault(int column)
 
 QString columnHiddenKey(int column)
 {
-    return QStringLiteral("ColumnHidden%1").arg(column);
+    return QString::fromLatin1(SettingsKeys::s_ColumnHidden).arg(column);
 }
 
 QString filterColorKey(std::uint64_t n)
 {
-    return QStringLiteral("FilterColor%1").arg(static_cast<qulonglong>(n));
+    return QString::fromLatin1(SettingsKeys::s_FilterColor).arg(static_cast<qulonglong>(n));
+}
+
+QString key(char const* name)
+{
+    return QLatin1String(name);
 }
 
 } // namespace
@@ -134,14 +137,8 @@ void MainWindow::setupUi()
     statusBar()->addWidget(statusLabel.get(), 0);
     lossIndicator = new LossIndicator(this);
     statusBar()->addPermanentWidget(lossIndicator);
-    LiveTraceModel& model = app.getModel();
-    // Fixed row heights and a row header that measures a few labels: the view's cost per update
-    // then follows what is visible, not the 8510 rows.
-    ui->liveView->setVerticalHeader(new RowHeaderView(ui->liveView));
-    ui->liveView->setModel(&model);
-    ui->liveView->horizontalHeader()->setStretchLastSection(true);
-    model.selectionModel = ui->liveView->selectionModel();
-    model.tableView = ui->liveView;
+    // The table with its row header, model, panes and analysis, as every capture window has it too.
+    area = std::make_unique<TraceTableArea>(*this, *ui->liveView, app.getModel());
     analysisMenu = menuBar()->addMenu(tr("&Analysis"));
     helpMenu = menuBar()->addMenu(tr("&Help"));
 }
@@ -308,7 +305,7 @@ void MainWindow::newDataCollected()
     if (ui->actionPauseOnError->isChecked() && app.getModel().errorInDisplay && !ui->actionPause->isChecked()) {
         ui->actionPause->toggle();
         // The reader lands on the failed call that stopped the view.
-        findBar->showRow(RowSearch::findError(app.getModel(), -1, true));
+        area->findBar().showRow(RowSearch::findError(app.getModel(), -1, true));
     }
     updateStatusBar();
     lossIndicator->showLoss(app.getModel().getLossCounter());
@@ -360,7 +357,7 @@ void MainWindow::popupmenuTriggered(int i)
     const int row = i >> s_RowShift;
 
     QSettings settings;
-    settings.beginGroup(QLatin1String(s_FilterColorsGroup));
+    settings.beginGroup(key(SettingsKeys::s_FilterColorsGroup));
     // The store may hold anything; only a valid colour of a known kind is taken.
     const QColor color
         = SingleFilter::checkedColor(settings.value(filterColorKey(filterColorIndex)), defaultFilterColor);
@@ -390,22 +387,13 @@ void MainWindow::popupmenuTriggered(int i)
 
 void MainWindow::headerPopupMenu(QPoint pos)
 {
-    LiveTraceModel& model = app.getModel();
-    headerMenu = std::make_unique<QMenu>(this);
-    // The last column, Command, is never offered: it must stay visible.
-    for (int column = 0; column < model.columnCount() - 1; ++column) {
-        QAction* action = headerMenu->addAction(model.headerData(column, Qt::Horizontal).toString());
-        action->setCheckable(true);
-        action->setChecked(!ui->liveView->isColumnHidden(column));
-        headerMenuMapper->setMapping(action, column);
-        connect(action, &QAction::triggered, headerMenuMapper.get(), qOverload<>(&QSignalMapper::map));
-    }
+    headerMenu = area->headerMenu(this, *headerMenuMapper);
     headerMenu->popup(ui->liveView->horizontalHeader()->viewport()->mapToGlobal(pos));
 }
 
 void MainWindow::headerpopupmenuTriggered(int i)
 {
-    ui->liveView->setColumnHidden(i, !ui->liveView->isColumnHidden(i));
+    area->toggleColumn(i);
 }
 
 // Jumps between the call record and the return record of one call. Row 0 never jumps.
@@ -515,15 +503,15 @@ void MainWindow::restoreWindowSettings()
 {
     LiveTraceModel& model = app.getModel();
     QSettings settings;
-    settings.beginGroup(QLatin1String(s_SettingsGroup));
+    settings.beginGroup(key(SettingsKeys::s_MainWindowGroup));
     const bool fullscreen = restorePlacement(*this, settings);
-    ui->editFilename->setText(settings.value(QStringLiteral("saveFilename"), getDefaultSaveFilename()).toString());
-    scrollToBottom = settings.value(QStringLiteral("ScrollToBottom"), scrollToBottom).toBool();
-    ui->actionPauseOnError->setChecked(settings.value(QStringLiteral("PauseOnError"), false).toBool());
+    ui->editFilename->setText(settings.value(key(SettingsKeys::s_SaveFilename), getDefaultSaveFilename()).toString());
+    scrollToBottom = settings.value(key(SettingsKeys::s_ScrollToBottom), scrollToBottom).toBool();
+    ui->actionPauseOnError->setChecked(settings.value(key(SettingsKeys::s_PauseOnError), false).toBool());
     model.setCollapseSameCommands(
-        settings.value(QStringLiteral("CollapseCommands"), model.isCollapseSameCommands()).toBool());
+        settings.value(key(SettingsKeys::s_CollapseCommands), model.isCollapseSameCommands()).toBool());
     model.setShowOnlyStringParameters(
-        settings.value(QStringLiteral("OnlyStringParameters"), model.isShowOnlyStringParameters()).toBool());
+        settings.value(key(SettingsKeys::s_OnlyStringParameters), model.isShowOnlyStringParameters()).toBool());
     // The Command column is never hidden, whatever the store says.
     for (int column = 0; column < model.columnCount() - 1; ++column)
         ui->liveView->setColumnHidden(column,
@@ -538,19 +526,19 @@ void MainWindow::saveWindowSettings() const
 {
     LiveTraceModel& model = app.getModel();
     QSettings settings;
-    settings.beginGroup(QLatin1String(s_SettingsGroup));
+    settings.beginGroup(key(SettingsKeys::s_MainWindowGroup));
     savePlacement(*this, settings);
-    settings.setValue(QStringLiteral("saveFilename"), ui->editFilename->text());
-    settings.setValue(QStringLiteral("ScrollToBottom"), scrollToBottom);
-    settings.setValue(QStringLiteral("PauseOnError"), ui->actionPauseOnError->isChecked());
-    settings.setValue(QStringLiteral("CollapseCommands"), model.isCollapseSameCommands());
-    settings.setValue(QStringLiteral("OnlyStringParameters"), model.isShowOnlyStringParameters());
+    settings.setValue(key(SettingsKeys::s_SaveFilename), ui->editFilename->text());
+    settings.setValue(key(SettingsKeys::s_ScrollToBottom), scrollToBottom);
+    settings.setValue(key(SettingsKeys::s_PauseOnError), ui->actionPauseOnError->isChecked());
+    settings.setValue(key(SettingsKeys::s_CollapseCommands), model.isCollapseSameCommands());
+    settings.setValue(key(SettingsKeys::s_OnlyStringParameters), model.isShowOnlyStringParameters());
     for (int column = 0; column < model.columnCount(); ++column)
         settings.setValue(columnHiddenKey(column), ui->liveView->isColumnHidden(column));
     settings.endGroup();
 
     // Earlier runs' surplus keys stay: the next run's quick highlights offer them again.
-    settings.beginGroup(QLatin1String(s_FilterColorsGroup));
+    settings.beginGroup(key(SettingsKeys::s_FilterColorsGroup));
     std::uint64_t n = 0;
     for (SingleFilter const& filter : model.getFilters().filters) {
         if (filter.type <= SingleFilter::HighlightCommand)
@@ -561,104 +549,26 @@ void MainWindow::saveWindowSettings() const
 
 // ---- Analysis: details, find, errors, statistics ----
 
-namespace {
-
-constexpr char const* s_AnalysisGroup = "Analysis";
-constexpr char const* s_DetailsVisibleKey = "DetailsPaneVisible";
-constexpr char const* s_StatisticsVisibleKey = "StatisticsPaneVisible";
-
-} // namespace
-
 void MainWindow::setupAnalysis()
 {
-    LiveTraceModel& model = app.getModel();
-    QTableView* view = ui->liveView;
     QSettings settings;
-
+    const QString sizeKey = key(SettingsKeys::s_MainWindowGroup) + QLatin1Char('/') + key(SettingsKeys::s_Size);
     // Without a stored size the form's size would hide the Command column: a first start takes a
     // size that shows it, within the screen. A stored size still wins when the settings are restored.
-    if (!settings.contains(QLatin1String(s_SettingsGroup) + QStringLiteral("/size")))
+    if (!settings.contains(sizeKey))
         resize(QSize(1200, 760).boundedTo(QGuiApplication::primaryScreen()->availableGeometry().size()));
-
-    // Room for typical values, in bold, as the current call's rows show.
-    QFont bold = view->font();
-    bold.setBold(true);
-    const QFontMetrics metrics(bold);
-    auto widen = [view, &metrics](int column, const char* sample) {
-        view->horizontalHeader()->resizeSection(column, metrics.horizontalAdvance(QLatin1String(sample)) + 16);
-    };
-    widen(LiveTraceModel::TimestampColumn, "00:00:00.000");
-    widen(LiveTraceModel::ElapsedTimeColumn, "000.000000 s");
-    widen(LiveTraceModel::AddressColumn, "TCPIP0::192.168.1.10::inst0::INSTR");
-    widen(LiveTraceModel::DurationColumn, "1000.000 ms");
-    widen(LiveTraceModel::StatusColumn, "VI_ERROR_RSRC_NFOUND");
-    // On a small screen the Command column keeps two fifths of the width; the long columns give way
-    // alike, timestamp and duration stay whole (a cut cell shows its whole text as a tool tip).
-    QHeaderView* header = view->horizontalHeader();
-    const int yielding[]
-        = {LiveTraceModel::ElapsedTimeColumn, LiveTraceModel::AddressColumn, LiveTraceModel::StatusColumn};
-    int fixed = metrics.horizontalAdvance(QStringLiteral("00000")) // the row header
-        + header->sectionSize(LiveTraceModel::TimestampColumn) + header->sectionSize(LiveTraceModel::DurationColumn);
-    int wanted = 0;
-    for (int column : yielding)
-        wanted += header->sectionSize(column);
     // Against the width the window is about to take: a stored size is only applied later.
-    const QSize stored = settings.value(QLatin1String(s_SettingsGroup) + QStringLiteral("/size")).toSize();
-    const int windowWidth = stored.isValid() ? stored.width() : width();
-    const int room = std::max(windowWidth * 3 / 5 - fixed, 3 * 60);
-    for (int column : yielding) {
-        if (wanted > room)
-            header->resizeSection(column, header->sectionSize(column) * room / wanted);
-    }
-
-    new CellToolTips(view);
-    findBar = new FindBar(model, view);
-    detailsPane = new DetailsPane(model, view, this);
-    addDockWidget(Qt::BottomDockWidgetArea, detailsPane);
-    statisticsPane = new StatisticsPane(model, this);
-    // Both panes below the table, so that the table keeps its width for the Command column.
-    addDockWidget(Qt::BottomDockWidgetArea, statisticsPane);
-    splitDockWidget(detailsPane, statisticsPane, Qt::Horizontal);
-    settings.beginGroup(QLatin1String(s_AnalysisGroup));
-    detailsPane->setVisible(settings.value(QLatin1String(s_DetailsVisibleKey), true).toBool());
-    statisticsPane->setVisible(settings.value(QLatin1String(s_StatisticsVisibleKey), false).toBool());
-    settings.endGroup();
-    resizeDocks({detailsPane}, {height() / 3}, Qt::Vertical);
-    resizeDocks({detailsPane, statisticsPane}, {width() * 3 / 5, width() * 2 / 5}, Qt::Horizontal);
-
-    auto addAction = [this](const QString& text, const QKeySequence& key, void (FindBar::*slot)()) {
-        QAction* action = analysisMenu->addAction(text);
-        action->setShortcut(key);
-        connect(action, &QAction::triggered, findBar, slot);
-    };
-    addAction(tr("&Find..."), QKeySequence(Qt::CTRL + Qt::Key_F), &FindBar::activate);
-    addAction(tr("Find &next"), QKeySequence(Qt::Key_F3), &FindBar::findNext);
-    addAction(tr("Find &previous"), QKeySequence(Qt::SHIFT + Qt::Key_F3), &FindBar::findPrevious);
-    analysisMenu->addSeparator();
-    addAction(tr("Next &error"), QKeySequence(Qt::Key_F8), &FindBar::nextError);
-    addAction(tr("Pre&vious error"), QKeySequence(Qt::SHIFT + Qt::Key_F8), &FindBar::previousError);
-    onlyErrorsAction = analysisMenu->addAction(tr("&Only errors"));
-    onlyErrorsAction->setCheckable(true);
-    connect(onlyErrorsAction, &QAction::toggled, this, [this](bool only) {
-        app.getModel().setOnlyErrors(only);
-        updateStatusBar();
-    });
-    analysisMenu->addSeparator();
-    QAction* details = detailsPane->toggleViewAction();
-    details->setText(tr("&Details pane"));
-    analysisMenu->addAction(details);
-    QAction* statistics = statisticsPane->toggleViewAction();
-    statistics->setText(tr("&Statistics pane"));
-    analysisMenu->addAction(statistics);
+    const QSize stored = settings.value(sizeKey).toSize();
+    area->sizeColumns(stored.isValid() ? stored.width() : width());
+    area->restorePanes(settings, true, false);
+    area->addAnalysisActions(*analysisMenu);
+    connect(&area->onlyErrorsAction(), &QAction::toggled, this, &MainWindow::updateStatusBar);
 }
 
 void MainWindow::saveAnalysisSettings() const
 {
     QSettings settings;
-    settings.beginGroup(QLatin1String(s_AnalysisGroup));
-    settings.setValue(QLatin1String(s_DetailsVisibleKey), !detailsPane->isHidden());
-    settings.setValue(QLatin1String(s_StatisticsVisibleKey), !statisticsPane->isHidden());
-    settings.endGroup();
+    area->savePanes(settings);
 }
 
 void MainWindow::setupCaptureActions()

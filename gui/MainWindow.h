@@ -18,10 +18,6 @@ class Ui_MainWindow;
 
 namespace gui {
 
-class DetailsPane;
-class FindBar;
-class StatisticsPane;
-
 // The tool's only window: the live table, the log-file row, menus, tool bar and status bar. It owns
 // no trace data; every command goes to the application or to its model.
 class MainWindow : public QMainWindow
@@ -33,10 +29,6 @@ public:
     ~MainWindow() override;
 
     static QString getDefaultSaveFilename();
-
-    // The settings groups and keys; the view filter dialog keeps a group of its own.
-    static constexpr char const* s_SettingsGroup = "MainWindow";
-    static constexpr char const* s_FilterColorsGroup = "FilterColors";
 
 protected:
     void closeEvent(QCloseEvent* event) override;
@@ -92,10 +84,7 @@ private:
     QMenu* analysisMenu = nullptr;
     class LossIndicator* lossIndicator = nullptr;
     QMenu* helpMenu = nullptr;
-    DetailsPane* detailsPane = nullptr;
-    StatisticsPane* statisticsPane = nullptr;
-    FindBar* findBar = nullptr;
-    QAction* onlyErrorsAction = nullptr;
+    std::unique_ptr<class TraceTableArea> area;
 };
 
 } // namespace gui

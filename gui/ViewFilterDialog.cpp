@@ -1,5 +1,7 @@
 #include "ViewFilterDialog.h"
 
+#include "SettingsKeys.h"
+
 #include "SettingsGuard.h"
 #include "WindowPlacement.h"
 #include "ui_ViewFilterDialog.h"
@@ -15,8 +17,6 @@
 namespace gui {
 
 namespace {
-
-constexpr char const* s_SettingsGroup = "ViewFilterDialog";
 
 bool isHighlight(std::int32_t type)
 {
@@ -263,7 +263,7 @@ void ViewFilterDialog::restoreWindowSettings()
 {
     dropForeignVariants(QSettings().fileName());
     QSettings settings;
-    settings.beginGroup(QLatin1String(s_SettingsGroup));
+    settings.beginGroup(QLatin1String(SettingsKeys::s_ViewFilterDialogGroup));
     const bool fullscreen = restorePlacement(*this, settings);
     settings.endGroup();
     if (fullscreen)
@@ -273,7 +273,7 @@ void ViewFilterDialog::restoreWindowSettings()
 void ViewFilterDialog::saveWindowSettings() const
 {
     QSettings settings;
-    settings.beginGroup(QLatin1String(s_SettingsGroup));
+    settings.beginGroup(QLatin1String(SettingsKeys::s_ViewFilterDialogGroup));
     savePlacement(*this, settings);
     settings.endGroup();
 }

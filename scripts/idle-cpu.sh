@@ -23,7 +23,7 @@ sh "$ROOT/../shared/tools/iso" bash -c '
     Xvfb :78 -screen 0 1280x1024x24 >/dev/null 2>&1 &
     XVFB=$!
     sleep 0.5
-    DISPLAY=:78 "$BUILD/app/ZelVisaTraceTool" -t >/dev/null 2>&1 &
+    DISPLAY=:78 "$BUILD/program/ZelVisaTraceTool" -t >/dev/null 2>&1 &
     TOOL=$!
     sleep 3
     # Nanoseconds on a CPU, all threads: finer than the clock ticks of /proc/PID/stat.

@@ -40,7 +40,7 @@ trial() {
         Xvfb :77 -screen 0 1600x1200x24 >/dev/null 2>&1 &
         XVFB=$!
         sleep 0.5
-        DISPLAY=:77 "$BUILD/app/ZelVisaTraceTool" -t >/dev/null 2>&1 &
+        DISPLAY=:77 "$BUILD/program/ZelVisaTraceTool" -t >/dev/null 2>&1 &
         TOOL=$!
         sleep 2
         "$BUILD/tools/zel-traffic" --threads 4 --rate $((RATE / 4)) --duration "$SECS" --quiet | tail -1

@@ -8,7 +8,7 @@ set -eu
 
 BUILD=${1:-build}
 ROOT=$(cd "$(dirname "$0")/.." && pwd)
-TOOL="$BUILD/app/ZelVisaTraceTool"
+TOOL="$BUILD/program/ZelVisaTraceTool"
 TRAFFIC="$BUILD/tools/zel-traffic"
 INSTRUMENT="$BUILD/tools/zel-instrument"
 LIBRARY="$BUILD/zeltrace/libzeltrace.so.1"

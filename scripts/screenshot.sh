@@ -23,7 +23,7 @@ GENERATOR=$!
 trap 'kill "$TOOL" "$GENERATOR" "$XVFB" 2>/dev/null || true; rm -rf "$CONFIG"' EXIT
 sleep 1
 
-DISPLAY=":$DISPLAY_NUMBER" XDG_CONFIG_HOME="$CONFIG" "$BUILD/app/ZelVisaTraceTool" -t &
+DISPLAY=":$DISPLAY_NUMBER" XDG_CONFIG_HOME="$CONFIG" "$BUILD/program/ZelVisaTraceTool" -t &
 TOOL=$!
 sleep 6
 DISPLAY=":$DISPLAY_NUMBER" import -window root "$OUT"

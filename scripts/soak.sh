@@ -69,7 +69,7 @@ until xdotool getdisplaygeometry >/dev/null 2>&1; do
 done
 
 # The Windows style lets Alt walk the menu bar, which the collapse toggle below needs.
-ZEL_SOAK_REPORT="$work/report.txt" "$build/app/ZelVisaTraceTool" -t -style windows >"$work/tool.log" 2>&1 &
+ZEL_SOAK_REPORT="$work/report.txt" "$build/program/ZelVisaTraceTool" -t -style windows >"$work/tool.log" 2>&1 &
 tool=$!
 window=$(xdotool search --sync --onlyvisible --name 'ZelVisaTraceTool' | head -1)
 xdotool windowsize "$window" 1500 900 windowmove "$window" 0 0 windowfocus "$window"
