@@ -98,6 +98,7 @@ LiveTraceModel::LiveTraceModel(QObject* parent, ZelTracer::TraceChannelControl& 
     , localRing(s_InitialRecordCapacity)
     , displayRing(s_InitialRowCapacity)
     , verdicts(s_InitialRecordCapacity, 0)
+    , announcer(*this)
     , sharedRingName(std::move(sharedRingName))
 {
     clock = &QDateTime::currentMSecsSinceEpoch;
@@ -125,8 +126,9 @@ bool LiveTraceModel::start()
         localRing.reset(capacity);
         verdicts.assign(localRing.numberOfElements(), 0);
         displayRing.reset(capacity);
-        announceReset();
-        announcedRows.reserve(capacity);
+        announcer.resetNext();
+        announcer.announce(displayRing);
+        announcer.reserve(capacity);
         refresh();
         firstIdByPid.clear();
         displayStale = true;
@@ -325,7 +327,7 @@ void LiveTraceModel::updateDisplayData()
         return;
     // What the view was last told about, not what the old rows point at: their slots may hold newer
     // records by now.
-    const std::uint64_t lastSequence = announcedRows.empty() ? 0 : announcedRows.back();
+    const std::uint64_t lastSequence = announcer.lastSequence();
 
     displayRing.clear();
     errorInDisplay = false;
@@ -350,10 +352,7 @@ void LiveTraceModel::updateDisplayData()
     }
 
     // Rows are told to the view here and nowhere else, once per stage that changed them.
-    if (resetPending)
-        announceReset();
-    else
-        announceRowChanges();
+    announcer.announce(displayRing);
     if (!displayRing.empty() && !wasEmpty && lastRow().entry->reserved == lastSequence)
         return;
     refresh();
@@ -376,7 +375,7 @@ void LiveTraceModel::forgetVerdicts()
 {
     std::fill(verdicts.begin(), verdicts.end(), 0);
     displayStale = true;
-    resetPending = true;
+    announcer.resetNext();
 }
 
 // Bounded memory whatever pids arrive: past the limit only the pids still in the ring are kept.
@@ -410,7 +409,7 @@ void LiveTraceModel::clear()
     lossCounter.clear();
     displayStale = true;
     // Numbering starts again, so the rows the view knows can no longer be matched by their numbers.
-    rowsInvalidated = true;
+    announcer.invalidate();
     // Only what arrives from now on is taken; the shared ring stays, the other copies use it.
     if (sharedRing) {
         SharedRingLocker ringLocker(sharedRing->block());
@@ -459,7 +458,7 @@ void LiveTraceModel::setCollapseSameCommands(bool collapse)
         return;
     collapseSameCommands = collapse;
     displayStale = true;
-    resetPending = true;
+    announcer.resetNext();
     updateDisplayData();
     refresh();
 }
@@ -538,108 +537,16 @@ void LiveTraceModel::refresh()
 {
     // Qt tells the selection while rows are being removed; a repaint asked for then waits until the
     // view knows the new row count.
-    if (announcing) {
-        refreshPending = true;
+    if (announcer.putOffRefresh())
         return;
-    }
     // One past the last row and column on purpose: views repaint the whole table.
     emit dataChanged(index(0, 0), createIndex(rowCount(), columnCount()), {});
     emit headerDataChanged(Qt::Vertical, 0, rowCount());
 }
 
-// The model rebuilds its rows from scratch, so the view is told the difference in row terms, once
-// per display stage: rows whose records left the local ring are removed at the top, and the rows
-// past those still shown are removed or inserted at the bottom (rows that changed in place, such as a
-// call completed by its return, are repainted by the dataChanged that follows). Rows are ordered by
-// their records' sequence numbers, so finding how many old rows went away is a binary search.
-//
-// A current row that leaves is cleared rather than handed on by Qt to a neighbour: Qt would scroll to
-// the neighbour, which under load is the top row, and the view would jump there on every stage. (The
-// live table keeps its own scroll position steady while rows leave at the top: LiveTableView.)
-void LiveTraceModel::announceRowChanges()
-{
-    const int rows = static_cast<int>(displayRing.size());
-    const std::uint32_t capacity = displayRing.numberOfElements();
-    auto sequenceAt
-        = [this, capacity](int r) { return displayRing((displayRing.begin + r) % capacity).entry->reserved; };
-    const QModelIndex current = selectionModel ? selectionModel->currentIndex() : QModelIndex();
-
-    announcing = true;
-    int gone = static_cast<int>(announcedRows.size());
-    if (rows > 0 && !rowsInvalidated) {
-        const auto firstKept = std::lower_bound(announcedRows.begin(), announcedRows.end(), sequenceAt(0));
-        gone = static_cast<int>(firstKept - announcedRows.begin());
-    }
-    rowsInvalidated = false;
-    if (gone > 0) {
-        if (current.isValid() && current.row() < gone)
-            selectionModel->setCurrentIndex(QModelIndex(), QItemSelectionModel::NoUpdate);
-        // While the removal is open the view still counts the old rows: those above the kept ones
-        // show nothing, the kept ones already show their new place.
-        rowShift = gone;
-        beginRemoveRows(QModelIndex(), 0, gone - 1);
-        announcedRows.erase(announcedRows.begin(), announcedRows.begin() + gone);
-        rowShift = 0;
-        endRemoveRows();
-    }
-    const int kept = static_cast<int>(announcedRows.size());
-    if (rows < kept) {
-        // The current row's record is now in the last row, or gone with the rows that were removed.
-        const QModelIndex now = selectionModel ? selectionModel->currentIndex() : QModelIndex();
-        if (now.isValid() && now.row() >= rows)
-            selectionModel->setCurrentIndex(rows > 0 ? index(rows - 1, now.column()) : QModelIndex(),
-                                            QItemSelectionModel::NoUpdate);
-        beginRemoveRows(QModelIndex(), rows, kept - 1);
-        announcedRows.resize(static_cast<std::size_t>(rows));
-        endRemoveRows();
-    } else if (rows > kept) {
-        beginInsertRows(QModelIndex(), kept, rows - 1);
-        announcedRows.resize(static_cast<std::size_t>(rows));
-        endInsertRows();
-    }
-    for (int r = 0; r < rows; ++r)
-        announcedRows[static_cast<std::size_t>(r)] = sequenceAt(r);
-    announcing = false;
-    if (refreshPending) {
-        refreshPending = false;
-        refresh();
-    }
-}
-
-// After a change of filters or options the rows differ everywhere: the view is reset, and the current
-// row follows its record into the new rows.
-void LiveTraceModel::announceReset()
-{
-    resetPending = false;
-    rowsInvalidated = false;
-    const QModelIndex current = selectionModel ? selectionModel->currentIndex() : QModelIndex();
-    const bool hadCurrent = current.isValid() && static_cast<std::size_t>(current.row()) < announcedRows.size();
-    const std::uint64_t currentSequence = hadCurrent ? announcedRows[static_cast<std::size_t>(current.row())] : 0;
-    const int column = current.column();
-
-    const int rows = static_cast<int>(displayRing.size());
-    const std::uint32_t capacity = displayRing.numberOfElements();
-    announcing = true;
-    beginResetModel();
-    announcedRows.resize(static_cast<std::size_t>(rows));
-    for (int r = 0; r < rows; ++r)
-        announcedRows[static_cast<std::size_t>(r)] = displayRing((displayRing.begin + r) % capacity).entry->reserved;
-    endResetModel();
-    announcing = false;
-    refreshPending = false;
-
-    const int row = hadCurrent ? rowOfSequence(currentSequence) : -1;
-    if (row >= 0 && selectionModel) {
-        const QModelIndex target = index(row, column);
-        // The view scrolls to its new current row itself.
-        selectionModel->setCurrentIndex(target, QItemSelectionModel::ClearAndSelect | QItemSelectionModel::Rows);
-    }
-}
-
 int LiveTraceModel::rowOfSequence(std::uint64_t sequence) const
 {
-    const auto it = std::lower_bound(announcedRows.begin(), announcedRows.end(), sequence);
-    return it == announcedRows.end() ? -1 : static_cast<int>(it - announcedRows.begin());
+    return announcer.rowOfSequence(sequence);
 }
 
 // ---- Cells ----
@@ -647,7 +554,7 @@ int LiveTraceModel::rowOfSequence(std::uint64_t sequence) const
 // A flat table: rows have no children.
 int LiveTraceModel::rowCount(const QModelIndex& parent) const
 {
-    return parent.isValid() ? 0 : static_cast<int>(announcedRows.size());
+    return parent.isValid() ? 0 : announcer.rowCount();
 }
 
 int LiveTraceModel::columnCount(const QModelIndex& parent) const
@@ -657,14 +564,15 @@ int LiveTraceModel::columnCount(const QModelIndex& parent) const
 
 const LiveTraceModel::Row* LiveTraceModel::displayRow(int row) const
 {
-    const int position = row - rowShift;
-    if (row < rowShift || row >= rowCount() || static_cast<std::uint32_t>(position) >= displayRing.size())
+    const int shift = announcer.shift();
+    const int position = row - shift;
+    if (row < shift || row >= rowCount() || static_cast<std::uint32_t>(position) >= displayRing.size())
         return nullptr;
     const Row* shown
         = &displayRing((displayRing.begin + static_cast<std::uint32_t>(position)) % displayRing.numberOfElements());
     // The internal stage refills local slots between display stages; a row whose record was
     // overwritten shows nothing rather than another call.
-    if (shown->entry->reserved != announcedRows[static_cast<std::size_t>(row)])
+    if (shown->entry->reserved != announcer.sequence(row))
         return nullptr;
     return shown;
 }

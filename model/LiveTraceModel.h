@@ -4,6 +4,7 @@
 #include "ModelFilters.h"
 #include "RingBuffer.h"
 #include "RingBufferSharedMem.h"
+#include "RowAnnouncer.h"
 #include "TraceChannelControl.h"
 #include "ValueFormat.h"
 
@@ -152,6 +153,9 @@ public slots:
     void timerHit();
 
 private:
+    // It announces rows, a reset and removals in the model's name.
+    friend class RowAnnouncer;
+
     QVariant cellText(const Row& row, int column) const;
     QVariant rowIcon(const Row& row) const;
     bool isOfCurrentCall(const Row& row) const;
@@ -161,8 +165,6 @@ private:
     std::uint32_t findTakeStart(std::uint32_t readIndex, std::uint32_t writeIndex, std::uint32_t capacity) const;
     void takeRecord(const Entry& record);
     void pruneFirstIds();
-    void announceRowChanges();
-    void announceReset();
     void forgetVerdicts();
 
     QTimer timer;
@@ -205,22 +207,13 @@ private:
     bool displayStale = true;
     bool onlyErrors = false;
     LossCounter lossCounter;
-    // Set while rows are being announced to the view; a refresh asked for then is sent afterwards.
-    bool announcing = false;
-    bool refreshPending = false;
-    // Rows at the top that the view still counts while their removal is being announced.
-    int rowShift = 0;
-    // The next display stage resets the view instead of announcing a difference.
-    bool resetPending = false;
-    // clear() restarted the numbering: none of the rows the view knows can be matched any more.
-    bool rowsInvalidated = false;
+    // What the views were last told about the rows.
+    RowAnnouncer announcer;
     QHash<std::uint32_t, std::uint64_t> firstIdByPid;
     bool collapseSameCommands = true;
     bool showOnlyStringParameters = false;
     static QMutex s_mutex;
 
     QString sharedRingName;
-    // The sequence numbers of the rows the view was last told about, to announce what changed.
-    std::vector<std::uint64_t> announcedRows;
     mutable std::vector<QPixmap> icons;
 };
