@@ -5,7 +5,7 @@ FUZZ_BUILD ?= build-fuzz
 FUZZ_SECONDS ?= 60
 JOBS       ?= $(shell nproc)
 
-.PHONY: all deps build test run asan fuzz format clean package
+.PHONY: all deps build test run asan fuzz tidy format clean package
 
 all: build
 
@@ -40,6 +40,11 @@ fuzz:
 	cmake --build $(FUZZ_BUILD) -j $(JOBS) --target fuzz_segment fuzz_sharedring fuzz_viewfilter fuzz_valueformat \
 		fuzz_settings
 	fuzz/run.sh $(FUZZ_BUILD) $(FUZZ_SECONDS)
+
+# clang-tidy (.clang-tidy) over the libraries and programs while they build; warnings are printed.
+tidy: deps
+	cmake --preset tidy
+	cmake --build --preset tidy -j $(JOBS)
 
 format:
 	git ls-files '*.cpp' '*.h' | xargs clang-format -i

@@ -146,7 +146,8 @@ void TraceApplication::copyToClipboard()
     QGuiApplication::clipboard()->setText(getBuffer(), QClipboard::Clipboard);
 }
 
-void TraceApplication::saveBufferToFile(QString fileName)
+// The name is taken by value, as the window has always passed it.
+void TraceApplication::saveBufferToFile(QString fileName) // NOLINT(performance-unnecessary-value-param)
 {
     // Opened without truncation, as the export always has been: a shorter export over a longer
     // file leaves the old tail behind.

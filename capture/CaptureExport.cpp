@@ -237,7 +237,7 @@ QByteArray CaptureWriter::csvLine(Row const& row)
         + quoted(QString::number(e.session)) + comma + quoted(escapeControls(addressText(e))) + comma
         + quoted(QString::number(shownDuration(row), 'f', 9)) + comma + quoted(QString::number(e.status)) + comma
         + quoted(ValueFormat::status2string(e.status)) + comma
-        + quoted(QString::number(static_cast<qulonglong>(row.repeatCount + 1))) + comma
+        + quoted(QString::number(static_cast<qulonglong>(row.repeatCount) + 1)) + comma
         + quoted(escapeControls(commandText(e))) + "\r\n";
 }
 
@@ -257,7 +257,7 @@ QByteArray CaptureWriter::timelineEvent(Row const& row)
         args += ",\"status\":" + QByteArray::number(e.status)
             + ",\"statusName\":" + jsonString(ValueFormat::status2string(e.status));
     if (row.repeatCount != 0)
-        args += ",\"calls\":" + QByteArray::number(static_cast<qulonglong>(row.repeatCount + 1));
+        args += ",\"calls\":" + QByteArray::number(static_cast<qulonglong>(row.repeatCount) + 1);
     args += '}';
     return "{\"name\":" + jsonString(operationName(command)) + ",\"cat\":\"VISA\",\"ph\":\"X\",\"ts\":"
         + QByteArray::number(start, 'f', 3) + ",\"dur\":" + QByteArray::number(duration * 1e6, 'f', 3) + ",\"pid\":"

@@ -2,8 +2,8 @@
 
 #include <QSocketNotifier>
 
+#include <csignal>
 #include <fcntl.h>
-#include <signal.h>
 #include <unistd.h>
 
 #include <cerrno>

@@ -87,7 +87,7 @@ QStringList DetailsPane::rowLines(const LiveTraceModel& model, int row, QStringL
     if (shown->repeatCount > 0)
         lines.insert(1,
                      tr("This row stands for %1 identical calls in a row, %2 in all; below is the last.")
-                         .arg(static_cast<qulonglong>(shown->repeatCount + 1))
+                         .arg(static_cast<qulonglong>(shown->repeatCount) + 1)
                          .arg(ValueFormat::duration2string(shown->summedDuration)));
     return lines;
 }

@@ -680,7 +680,7 @@ QVariant LiveTraceModel::cellText(const Row& row, int column) const
     case CommandColumn: {
         QString text;
         if (row.repeatCount != 0)
-            text = QStringLiteral("%1 x ").arg(static_cast<qulonglong>(row.repeatCount + 1), 0, 10);
+            text = QStringLiteral("%1 x ").arg(static_cast<qulonglong>(row.repeatCount) + 1, 0, 10);
         text += ValueFormat::recordText(e.text);
         return showOnlyStringParameters ? filterStrings(text) : text;
     }
@@ -703,7 +703,7 @@ QVariant LiveTraceModel::rowIcon(const Row& row) const
     // Loaded once, on first use, from the compiled-in resources.
     if (icons.empty()) {
         for (const char* name : {"empty", "MessageTre50f401bc0a26b", "DownArrow", "UpArrow", "DownArrowY", "UpArrowY"})
-            icons.push_back(QPixmap(QStringLiteral(":/icons/%1.ico").arg(QLatin1String(name))));
+            icons.emplace_back(QStringLiteral(":/icons/%1.ico").arg(QLatin1String(name)));
     }
     enum
     {

@@ -20,7 +20,7 @@ bool isBlank(char c)
     return c == ' ' || c == '\t';
 }
 
-QByteArray trimmed(QByteArray bytes)
+QByteArray trimmed(const QByteArray& bytes)
 {
     return bytes.trimmed();
 }
