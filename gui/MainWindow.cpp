@@ -560,7 +560,9 @@ void MainWindow::setupAnalysis()
     // Against the width the window is about to take: a stored size is only applied later.
     const QSize stored = settings.value(sizeKey).toSize();
     area->sizeColumns(stored.isValid() ? stored.width() : width());
-    area->restorePanes(settings, true, false);
+    // On a short screen (a laptop at a display scale of 2) the details pane would leave the table a few
+    // rows: it starts hidden there, one click away in the Analysis menu.
+    area->restorePanes(settings, height() >= 600, false);
     area->addAnalysisActions(*analysisMenu);
     connect(&area->onlyErrorsAction(), &QAction::toggled, this, &MainWindow::updateStatusBar);
 }

@@ -39,6 +39,8 @@ QTableView* makeTable(QStandardItemModel* table, const QString& keyTitle, QWidge
     table->setSortRole(s_SortRole);
     auto* view = new QTableView(parent);
     view->setModel(table);
+    // A key cut at its first blank would hide what it counts; whole texts, cut only at the end.
+    view->setWordWrap(false);
     view->setSortingEnabled(true);
     view->sortByColumn(CallsColumn, Qt::DescendingOrder);
     view->setEditTriggers(QAbstractItemView::NoEditTriggers);

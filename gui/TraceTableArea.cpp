@@ -16,10 +16,30 @@
 #include <QMenu>
 #include <QSettings>
 #include <QSignalMapper>
+#include <QStyledItemDelegate>
 
 #include <algorithm>
 
 namespace gui {
+
+namespace {
+
+// An address tells both its host and its resource class ("TCPIP0::10.0.0.5…5025::SOCKET"), so a cut
+// one loses its middle, not its end.
+class MiddleElidingDelegate : public QStyledItemDelegate
+{
+public:
+    using QStyledItemDelegate::QStyledItemDelegate;
+
+protected:
+    void initStyleOption(QStyleOptionViewItem* option, const QModelIndex& index) const override
+    {
+        QStyledItemDelegate::initStyleOption(option, index);
+        option->textElideMode = Qt::ElideMiddle;
+    }
+};
+
+} // namespace
 
 TraceTableArea::TraceTableArea(QMainWindow& window, LiveTableView& view, LiveTraceModel& model)
     : window(window)
@@ -33,6 +53,10 @@ TraceTableArea::TraceTableArea(QMainWindow& window, LiveTableView& view, LiveTra
     view.setVerticalScrollMode(QAbstractItemView::ScrollPerPixel);
     view.setHorizontalScrollMode(QAbstractItemView::ScrollPerPixel);
     view.setAlternatingRowColors(true);
+    // Qt wraps a cell's text at its first blank or hyphen and shows the first line only, even where the
+    // whole text would fit: "viOpen(0x00000001, …" beside an empty half of the cell.
+    view.setWordWrap(false);
+    view.setItemDelegateForColumn(LiveTraceModel::AddressColumn, new MiddleElidingDelegate(&view));
     // Fixed row heights and a row header that measures a few labels: the view's cost per update then
     // follows what is visible, not the 8510 rows.
     view.setVerticalHeader(new RowHeaderView(&view));
@@ -81,8 +105,10 @@ void TraceTableArea::sizeColumns(int windowWidth)
     widen(LiveTraceModel::AddressColumn, "TCPIP0::192.168.1.10::inst0::INSTR");
     widen(LiveTraceModel::DurationColumn, "1000.000 ms");
     widen(LiveTraceModel::StatusColumn, "VI_ERROR_RSRC_NFOUND");
-    // On a small screen the Command column keeps two fifths of the width; the long columns give way
-    // alike, timestamp and duration stay whole (a cut cell shows its whole text as a tool tip).
+    // The Command column keeps a quarter of the width, at least 300 px, and fills what the others
+    // leave; on a small screen the long columns give way alike, timestamp and duration stay whole (a
+    // cut cell shows its whole text as a tool tip). At 1200 px every column has room for the typical
+    // values above.
     const int yielding[]
         = {LiveTraceModel::ElapsedTimeColumn, LiveTraceModel::AddressColumn, LiveTraceModel::StatusColumn};
     const int fixed = metrics.horizontalAdvance(QStringLiteral("00000")) // the row header
@@ -90,7 +116,8 @@ void TraceTableArea::sizeColumns(int windowWidth)
     int wanted = 0;
     for (int column : yielding)
         wanted += header->sectionSize(column);
-    const int room = std::max(windowWidth * 3 / 5 - fixed, 3 * 60);
+    const int command = std::max(windowWidth / 4, 300);
+    const int room = std::max(windowWidth - command - fixed, 3 * 60);
     for (int column : yielding) {
         if (wanted > room)
             header->resizeSection(column, header->sectionSize(column) * room / wanted);

@@ -1,12 +1,15 @@
 #include "AppTestSupport.h"
 #include "CallStatistics.h"
 #include "CaptureWindow.h"
+#include "CellToolTips.h"
 #include "DetailsPane.h"
 #include "FindBar.h"
+#include "LiveTableView.h"
 #include "MainWindow.h"
 #include "RecordDetails.h"
 #include "StatisticsPane.h"
 #include "TraceProducer.h"
+#include "TraceTableArea.h"
 
 #include <QtTest>
 #include <QtWidgets>
@@ -375,6 +378,50 @@ TCPIP0::192.168.1.10::inst0::INSTR|2|1|6.000 ms|1.003 s|2.000 s|2.000 s)"_q,
         window.reset();
         open();
         QVERIFY(!visible("detailsPane") && visible("statisticsPane"));
+    }
+
+    // A table the width of a first window gives the README's typical values room, in the bold of the
+    // current call's rows; a narrower one (a first window at a display scale of 2) still shows the
+    // common status whole.
+    void cellsWholeAtFirstSize_data()
+    {
+        QTest::addColumn<int>("width");
+        QTest::addColumn<QString>("status");
+        QTest::addColumn<QString>("cut"); // the columns whose cell is cut
+        QTest::newRow("first window") << 1200 << "VI_ERROR_RSRC_NFOUND"_q
+                                      << ""_q;
+        QTest::newRow("scale 2 on a 1920 px screen") << 960 << "VI_SUCCESS"_q
+                                                     << "Address "_q;
+    }
+    void cellsWholeAtFirstSize()
+    {
+        QFETCH(int, width);
+        QFETCH(QString, status);
+        QFETCH(QString, cut);
+        FullEntry e = makeEntry(1, 100, 1, "viOpen(0x00000001, \"TCPIP0::192.168.1.10::inst0::INSTR\", 0, 0)");
+        std::strcpy(e.address, "TCPIP0::192.168.1.10::inst0::INSTR");
+        e.status = status == "VI_SUCCESS"_q ? 0 : static_cast<std::int32_t>(0xBFFF0011u);
+        e.duration = 1.5;
+        LiveTraceModel model(nullptr, app.getChannelControl());
+        model.loadRecords({e});
+        QMainWindow w;
+        w.setFont(QFont("Sans Serif"_q, 9)); // a desktop's; the offscreen platform's is larger
+        auto* view = new gui::LiveTableView(&w);
+        w.setCentralWidget(view);
+        gui::TraceTableArea area(w, *view, model);
+        area.sizeColumns(width);
+        w.resize(width, 760);
+        QCOMPARE(model.data(model.index(0, LiveTraceModel::StatusColumn)).toString(), status);
+        QFont bold = view->font();
+        bold.setBold(true);
+        QString shown;
+        for (int column : {LiveTraceModel::TimestampColumn, LiveTraceModel::AddressColumn,
+                           LiveTraceModel::DurationColumn, LiveTraceModel::StatusColumn}) {
+            const QString text = model.data(model.index(0, column)).toString();
+            if (gui::CellToolTips::isCut(text, QFontMetrics(bold), view->horizontalHeader()->sectionSize(column)))
+                shown += model.headerData(column, Qt::Horizontal).toString() + QLatin1Char(' ');
+        }
+        QCOMPARE(shown, cut);
     }
 
     // The error that paused the view is current and in sight, and its cut address shows whole as a tool tip.
