@@ -150,6 +150,7 @@ void FindBar::showRow(int row)
     const QModelIndex index = model.index(row, std::max(column, 0));
     view->selectionModel()->setCurrentIndex(index, QItemSelectionModel::ClearAndSelect | QItemSelectionModel::Rows);
     view->scrollTo(index, QAbstractItemView::PositionAtCenter);
+    emit rowShown(row);
 }
 
 void FindBar::findNext()

@@ -40,6 +40,10 @@ public slots:
     // Recounts the matches after the rows changed.
     void rowsChanged();
 
+signals:
+    // A move made a row current (find, next error): the reader looks there now.
+    void rowShown(int row);
+
 protected:
     bool eventFilter(QObject* watched, QEvent* event) override;
     void keyPressEvent(QKeyEvent* event) override;

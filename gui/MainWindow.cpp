@@ -6,6 +6,7 @@
 #include "CommandLine.h"
 #include "FilterDialog.h"
 #include "FindBar.h"
+#include "FollowNewest.h"
 #include "LossIndicator.h"
 #include "SettingsGuard.h"
 #include "SettingsKeys.h"
@@ -240,6 +241,7 @@ void MainWindow::updateMenuItemsStatus()
     ui->actionIconPause->setChecked(ui->actionPause->isChecked());
     ui->actionIconPause->setEnabled(ui->actionPause->isEnabled());
     ui->actionScroll->setChecked(scrollToBottom);
+    follow->setScrolling(scrollToBottom);
     ui->actionCollapse_same_commands->setChecked(model.isCollapseSameCommands());
     ui->actionShow_only_string->setChecked(model.isShowOnlyStringParameters());
 
@@ -300,7 +302,8 @@ void MainWindow::onlyStringParametersChanged(bool checked)
 
 void MainWindow::newDataCollected()
 {
-    if (scrollToBottom)
+    // Not while the reader looks at a row they chose; "Follow newest" or End goes on.
+    if (scrollToBottom && !follow->isPaused())
         ui->liveView->scrollToBottom();
     if (ui->actionPauseOnError->isChecked() && app.getModel().errorInDisplay && !ui->actionPause->isChecked()) {
         ui->actionPause->toggle();
@@ -314,6 +317,7 @@ void MainWindow::newDataCollected()
 void MainWindow::scrollToggled(bool checked)
 {
     scrollToBottom = checked;
+    follow->setScrolling(checked);
 }
 
 void MainWindow::selectionChanged(QModelIndex const&, QModelIndex const&)
@@ -564,6 +568,13 @@ void MainWindow::setupAnalysis()
     // rows: it starts hidden there, one click away in the Analysis menu.
     area->restorePanes(settings, height() >= 600, false);
     area->addAnalysisActions(*analysisMenu);
+    follow = std::make_unique<FollowNewest>(*ui->liveView);
+    connect(&area->findBar(), &FindBar::rowShown, follow.get(), &FollowNewest::rowChosen);
+    follow->pauseWhenShown(area->findBar());
+    connect(follow.get(), &FollowNewest::resumed, this, [this] {
+        if (scrollToBottom)
+            ui->liveView->scrollToBottom();
+    });
     connect(&area->onlyErrorsAction(), &QAction::toggled, this, &MainWindow::updateStatusBar);
 }
 

@@ -85,6 +85,7 @@ private:
     class LossIndicator* lossIndicator = nullptr;
     QMenu* helpMenu = nullptr;
     std::unique_ptr<class TraceTableArea> area;
+    std::unique_ptr<class FollowNewest> follow;
 };
 
 } // namespace gui

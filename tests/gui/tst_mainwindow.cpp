@@ -433,6 +433,61 @@ private slots:
         QCOMPARE(QSettings().value(QStringLiteral("MainWindow/ColumnHidden9")).toBool(), false);
     }
 
+    // With "Scroll to bottom" on, a row the reader chose (the next error, a click) stays in sight while
+    // records arrive; "Follow newest" or End goes on following, and a row set by the program alone
+    // does not stop it.
+    void chosenRowStaysInSight_data()
+    {
+        QTest::addColumn<QString>("choice");
+        QTest::addColumn<QString>("resume");
+        QTest::newRow("next error, then the button") << "F8"
+                                                     << "button";
+        QTest::newRow("a click, then End") << "click"
+                                           << "End";
+        QTest::newRow("set by the program") << "program"
+                                            << "";
+    }
+    void chosenRowStaysInSight()
+    {
+        QFETCH(QString, choice);
+        QFETCH(QString, resume);
+        get("actionScroll")->setChecked(true);
+        auto* view = shownView();
+        // Each its own text, so that nothing collapses.
+        auto calls = [this](std::uint64_t first, std::uint64_t end) {
+            for (std::uint64_t id = first; id < end; ++id)
+                write(40, 1, id, 1, qPrintable(QStringLiteral("viRead(0x1, %1)").arg(id)), id == 120 ? -1073807339 : 0);
+        };
+        calls(0, 300);
+        capture();
+        QVERIFY(shown(model.rowCount() - 1));
+        int chosen = 120;
+        if (choice == QLatin1String("F8")) {
+            view->selectionModel()->setCurrentIndex(model.index(100, 1), QItemSelectionModel::NoUpdate);
+            QTest::keyClick(view, Qt::Key_F8);
+        } else if (choice == QLatin1String("click")) {
+            view->scrollTo(model.index(chosen, 1));
+            QTest::mouseClick(view->viewport(), Qt::LeftButton, {}, view->visualRect(model.index(chosen, 1)).center());
+        } else {
+            view->selectionModel()->setCurrentIndex(model.index(chosen, 1), QItemSelectionModel::ClearAndSelect);
+        }
+        QCOMPARE(view->currentIndex().row(), chosen);
+        calls(300, 400);
+        capture();
+        auto* button = get<QToolButton>("followNewestButton");
+        QCOMPARE(shown(chosen), resume != QString());
+        QCOMPARE(button->isVisible(), resume != QString());
+        if (resume == QLatin1String("button"))
+            QTest::mouseClick(button, Qt::LeftButton);
+        else if (resume == QLatin1String("End"))
+            QTest::keyClick(view, Qt::Key_End);
+        QVERIFY(shown(model.rowCount() - 1));
+        QVERIFY(!button->isVisible());
+        calls(400, 500);
+        capture();
+        QVERIFY(shown(model.rowCount() - 1));
+    }
+
     // The whole program as it runs: the traffic generator is a separate process on the private segment.
     void endToEndWithGenerator()
     {
