@@ -282,6 +282,15 @@ void MainWindow::updateStatusBar()
 
 void MainWindow::pauseChanged(bool checked)
 {
+    // Beside the pause that starts afresh when it ends: the rows held and what arrived meanwhile.
+    if (!checked && app.getModel().isKeepRecordsWhilePaused()) {
+        app.getModel().setPause(false);
+        if (const std::uint64_t notShown = app.getModel().getRecordsNotShown())
+            statusBar()->showMessage(
+                tr("%1 records of the pause did not fit in the view.").arg(static_cast<qulonglong>(notShown)), 10000);
+        updateMenuItemsStatus();
+        return;
+    }
     if (!checked && app.getModel().errorInDisplay)
         app.clearbuffer();
     app.setDisplayPause(checked);
@@ -568,6 +577,16 @@ void MainWindow::setupAnalysis()
     // rows: it starts hidden there, one click away in the Analysis menu.
     area->restorePanes(settings, height() >= 600, false);
     area->addAnalysisActions(*analysisMenu);
+    analysisMenu->addSeparator();
+    keepWhilePaused = analysisMenu->addAction(tr("&Keep records while paused"));
+    keepWhilePaused->setCheckable(true);
+    keepWhilePaused->setChecked(
+        settings
+            .value(key(SettingsKeys::s_AnalysisGroup) + QLatin1Char('/') + key(SettingsKeys::s_KeepWhilePaused), false)
+            .toBool());
+    app.getModel().setKeepRecordsWhilePaused(keepWhilePaused->isChecked());
+    connect(keepWhilePaused, &QAction::toggled, this,
+            [this](bool keep) { app.getModel().setKeepRecordsWhilePaused(keep); });
     follow = std::make_unique<FollowNewest>(*ui->liveView);
     connect(&area->findBar(), &FindBar::rowShown, follow.get(), &FollowNewest::rowChosen);
     follow->pauseWhenShown(area->findBar());
@@ -582,6 +601,8 @@ void MainWindow::saveAnalysisSettings() const
 {
     QSettings settings;
     area->savePanes(settings);
+    settings.setValue(key(SettingsKeys::s_AnalysisGroup) + QLatin1Char('/') + key(SettingsKeys::s_KeepWhilePaused),
+                      keepWhilePaused->isChecked());
 }
 
 void MainWindow::setupCaptureActions()

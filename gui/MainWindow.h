@@ -86,6 +86,7 @@ private:
     QMenu* helpMenu = nullptr;
     std::unique_ptr<class TraceTableArea> area;
     std::unique_ptr<class FollowNewest> follow;
+    QAction* keepWhilePaused = nullptr;
 };
 
 } // namespace gui

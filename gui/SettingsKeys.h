@@ -27,5 +27,6 @@ inline constexpr char const* s_ViewFilterDialogGroup = "ViewFilterDialog";
 inline constexpr char const* s_AnalysisGroup = "Analysis";
 inline constexpr char const* s_DetailsVisible = "DetailsPaneVisible";
 inline constexpr char const* s_StatisticsVisible = "StatisticsPaneVisible";
+inline constexpr char const* s_KeepWhilePaused = "KeepRecordsWhilePaused";
 
 } // namespace gui::SettingsKeys

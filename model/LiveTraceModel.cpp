@@ -159,6 +159,8 @@ void LiveTraceModel::timerHit()
         if (displayTick == 0)
             updateDisplayData();
         displayTick = (displayTick + 1) & 3;
+    } else if (keepRecordsWhilePaused) {
+        updateInternalData(); // into the held records: the rows on screen stay as they are
     }
     if (!running) {
         timer.stop();
@@ -300,16 +302,30 @@ std::uint32_t LiveTraceModel::findTakeStart(std::uint32_t readIndex, std::uint32
 
 void LiveTraceModel::takeRecord(const Entry& record)
 {
-    const std::uint32_t localCapacity = localRing.numberOfElements();
     // The producer's own numbering, before the local copy carries the model's.
     lossCounter.add(record.pid, record.reserved);
+    lastTakenEntry = record;
+    takenAny = true;
+    if (paused && keepRecordsWhilePaused) {
+        // The rows on screen keep their records; what arrives waits beside them.
+        if (!heldRing)
+            heldRing = std::make_unique<ZelTracer::RingBufferLocalMem<Entry>>(localRing.numberOfElements());
+        if (heldRing->size() + 1 >= heldRing->numberOfElements())
+            ++heldOverflow;
+        heldRing->push_back(record);
+        return;
+    }
+    appendTaken(record);
+}
+
+void LiveTraceModel::appendTaken(const Entry& record)
+{
+    const std::uint32_t localCapacity = localRing.numberOfElements();
     localRing.push_back(record);
     const std::uint32_t slot = previous(localRing.end, localCapacity);
     localRing(slot).reserved = ++sequenceCounter;
     if (slot < verdicts.size())
         verdicts[slot] = 0;
-    lastTakenEntry = record;
-    takenAny = true;
     displayStale = true;
 }
 
@@ -407,6 +423,8 @@ void LiveTraceModel::clear()
     firstIdByPid.clear();
     sequenceCounter = 0;
     lossCounter.clear();
+    heldRing.reset();
+    heldOverflow = 0;
     displayStale = true;
     // Numbering starts again, so the rows the view knows can no longer be matched by their numbers.
     announcer.invalidate();
@@ -448,8 +466,35 @@ void LiveTraceModel::loadRecords(const std::vector<Entry>& records)
 
 void LiveTraceModel::setPause(bool pause)
 {
+    if (paused && !pause)
+        releaseHeldRecords();
     paused = pause;
     displayTick = 0;
+}
+
+void LiveTraceModel::setKeepRecordsWhilePaused(bool keep)
+{
+    keepRecordsWhilePaused = keep;
+    if (!keep)
+        releaseHeldRecords();
+}
+
+// What arrived during the pause joins the rows the view held, as much as the view holds; the number
+// that did not fit is kept for the window to say.
+void LiveTraceModel::releaseHeldRecords()
+{
+    recordsNotShown = 0;
+    if (!heldRing)
+        return;
+    const std::uint64_t kept = localRing.size();
+    const std::uint64_t arrived = heldRing->size() + heldOverflow;
+    const std::uint64_t room = localRing.numberOfElements() > 0 ? localRing.numberOfElements() - 1 : 0;
+    recordsNotShown = kept + arrived > room ? kept + arrived - room : 0;
+    const std::uint32_t capacity = heldRing->numberOfElements();
+    for (std::uint32_t i = heldRing->begin; i != heldRing->end; i = (i + 1) % capacity)
+        appendTaken((*heldRing)(i));
+    heldRing.reset();
+    heldOverflow = 0;
 }
 
 void LiveTraceModel::setCollapseSameCommands(bool collapse)

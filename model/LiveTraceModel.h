@@ -119,6 +119,14 @@ public:
     // Records that traced processes wrote and that never arrived, since the last clear().
     const LossCounter& getLossCounter() const { return lossCounter; }
 
+    // An option beside the pause, which otherwise starts afresh when it ends: while paused the rows on
+    // screen stay as they are and capture goes on beside them; resuming shows them together with what
+    // arrived, as much as the view holds. The caller then leaves the pause without clearing.
+    void setKeepRecordsWhilePaused(bool keep);
+    bool isKeepRecordsWhilePaused() const { return keepRecordsWhilePaused; }
+    // Records of the last pause that did not fit in the view when it ended.
+    std::uint64_t getRecordsNotShown() const { return recordsNotShown; }
+
     // Keeps only rows whose status is negative; an option beside the view filters.
     void setOnlyErrors(bool only);
     bool isOnlyErrors() const { return onlyErrors; }
@@ -164,6 +172,8 @@ private:
     bool takeNewRecords();
     std::uint32_t findTakeStart(std::uint32_t readIndex, std::uint32_t writeIndex, std::uint32_t capacity) const;
     void takeRecord(const Entry& record);
+    void appendTaken(const Entry& record);
+    void releaseHeldRecords();
     void pruneFirstIds();
     void forgetVerdicts();
 
@@ -206,6 +216,11 @@ private:
     // Something changed since the last display stage (records taken, options, filters).
     bool displayStale = true;
     bool onlyErrors = false;
+    bool keepRecordsWhilePaused = false;
+    // Records taken during a pause that keeps them, and how many of those the held ring dropped.
+    std::unique_ptr<ZelTracer::RingBufferLocalMem<Entry>> heldRing;
+    std::uint64_t heldOverflow = 0;
+    std::uint64_t recordsNotShown = 0;
     LossCounter lossCounter;
     // What the views were last told about the rows.
     RowAnnouncer announcer;

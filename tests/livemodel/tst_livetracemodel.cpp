@@ -387,6 +387,53 @@ private slots:
         QCOMPARE(p.rows(), QStringLiteral("2 after 2.000 ms"));
     }
 
+    // "Keep records while paused": the rows on screen stay while records keep coming; resuming shows
+    // them with what arrived, as much as the view holds, and counts what did not fit.
+    void keepRecordsWhilePaused_data()
+    {
+        QTest::addColumn<int>("before");
+        QTest::addColumn<int>("during");
+        QTest::addColumn<int>("firstShown");
+        QTest::addColumn<int>("notShown");
+        QTest::newRow("held rows and the arrived ones") << 3 << 2 << 0 << 0;
+        QTest::newRow("more than the view holds") << 8000 << 1000 << 490 << 490;
+        QTest::newRow("more than the pause holds") << 10 << 9000 << 500 << 500;
+    }
+    void keepRecordsWhilePaused()
+    {
+        QFETCH(int, before);
+        QFETCH(int, during);
+        QFETCH(int, firstShown);
+        QFETCH(int, notShown);
+        Pipeline p(14);
+        p.model.setKeepRecordsWhilePaused(true);
+        p.model.setCollapseSameCommands(false);
+        int id = 0;
+        auto calls = [&p, &id](int count, bool paused) {
+            for (const int end = id + count; id < end;) {
+                p.write({1, 1, std::uint64_t(id), 0, std::to_string(id).c_str()});
+                if (++id % 5000 == 0 || id == end) {
+                    p.clock.advance(LiveTraceModel::s_TimerInterval + 10);
+                    if (paused)
+                        p.model.timerHit();
+                    else
+                        p.capture();
+                }
+            }
+        };
+        calls(before, false);
+        p.model.setPause(true);
+        const QString frozen = p.rows();
+        calls(during, true);
+        p.model.updateDisplayData();
+        QCOMPARE(p.rows(), frozen);
+        p.model.setPause(false);
+        p.model.updateDisplayData();
+        QCOMPARE(p.model.rowCount(), before + during - notShown);
+        QCOMPARE(p.cell(0, LiveTraceModel::CommandColumn), QString::number(firstShown));
+        QCOMPARE(int(p.model.getRecordsNotShown()), notShown);
+    }
+
     void secondInstanceSharesTheRing()
     {
         Pipeline p(8);
