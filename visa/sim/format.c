@@ -498,6 +498,20 @@ static ViStatus scan(SimSource* in, const char* format, va_list* ap)
     return in->status < VI_SUCCESS ? in->status : VI_SUCCESS;
 }
 
+/* A formatted read takes the rest of the message it read from: what the format left of it, up to
+ * the termination character already in the buffer, is dropped, so that the next read starts with
+ * the next answer (a scan that stops after "1.0" would otherwise find that answer's line feed). */
+static void finish_message(SimSource* in)
+{
+    SimObject* s = in->session;
+    if (in->ended || !s->termcharEnabled)
+        return;
+    const unsigned char* from = s->readBuffer + s->readStart;
+    const unsigned char* term = memchr(from, s->termchar, s->readEnd - s->readStart);
+    if (term)
+        s->readStart += (size_t)(term - from) + 1;
+}
+
 /* ---- the functions ---- */
 
 SIM_API ViStatus viVPrintf(ViSession vi, ViConstString writeFmt, ViVAList params)
@@ -569,6 +583,7 @@ SIM_API ViStatus viVScanf(ViSession vi, ViConstString readFmt, ViVAList params)
     va_copy(ap, params);
     status = scan(&in, readFmt, &ap);
     va_end(ap);
+    finish_message(&in);
     sim_end_io(s);
     return status;
 }
@@ -623,6 +638,7 @@ SIM_API ViStatus viVQueryf(ViSession vi, ViConstString writeFmt, ViConstString r
     if (status >= VI_SUCCESS) {
         SimSource in = {s, NULL, 0, 0, 0, VI_SUCCESS};
         status = scan(&in, readFmt, &ap);
+        finish_message(&in);
     }
     va_end(ap);
     sim_end_io(s);

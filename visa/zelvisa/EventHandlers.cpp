@@ -48,17 +48,12 @@ ViStatus _VI_FUNCH deliver(ViSession vi, ViEventType type, ViEvent event, ViAddr
             status = r.handler(vi, type, event, r.userHandle);
         } else {
             call.setSession(vi);
-            CommandText& text = call.begin();
-            text.arg().number(vi);
-            text.arg().number(type);
-            text.arg().number(event);
-            text.arg().hex(reinterpret_cast<std::uintptr_t>(r.userHandle));
-            text.end();
+            showAll(call.begin(), Shown {}, vi, type, event, r.userHandle);
             call.called();
             thread.depth = 0;
             status = r.handler(vi, type, event, r.userHandle);
             thread.depth = 1;
-            call.begin().end();
+            showAll(call.begin(), Shown {}, vi, type, event, r.userHandle);
             call.returned(status);
         }
     }

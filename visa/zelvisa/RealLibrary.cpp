@@ -163,9 +163,13 @@ void RealLibrary::choose(void* candidate)
 {
     if (s_choosing)
         return;
+    // Loading is not the program's business: errno stays as the program would see it.
+    const int savedErrno = errno;
     std::lock_guard<std::mutex> guard(mutex);
-    if (chosen.load(std::memory_order_relaxed))
+    if (chosen.load(std::memory_order_relaxed)) {
+        errno = savedErrno;
         return;
+    }
     s_choosing = true;
     const char* named = std::getenv("ZELVISA_LIBRARY");
     if (named && *named) {
@@ -179,6 +183,7 @@ void RealLibrary::choose(void* candidate)
     }
     s_choosing = false;
     chosen.store(true, std::memory_order_release);
+    errno = savedErrno;
 }
 
 } // namespace zelvisa
