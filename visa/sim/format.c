@@ -327,7 +327,7 @@ static int in_set(const SimDirective* d, int c)
         ++p;
     int found = 0;
     for (const char* q = p; q < end; ++q) {
-        if (q + 2 < end && q[1] == '-' && q != p) {
+        if (q + 2 < end && q[1] == '-') {
             found |= c >= (unsigned char)q[0] && c <= (unsigned char)q[2];
             q += 2;
         } else {

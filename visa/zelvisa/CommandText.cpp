@@ -129,10 +129,12 @@ CommandText& CommandText::bytes(const void* data, std::size_t size, std::size_t 
     const std::size_t used = length + 2 + sizeof cut + s_Reserve;
     const std::size_t limit = std::min(share, used < s_Capacity ? s_Capacity - used : 0);
     const auto* p = static_cast<const unsigned char*>(data);
+    if (!p)
+        return literal("NULL");
     put('"');
     std::size_t written = 0;
     std::size_t i = 0;
-    for (; p && i < size; ++i) {
+    for (; i < size; ++i) {
         char escaped[4];
         const std::size_t n = escape(p[i], escaped);
         if (written + n > limit)
