@@ -146,3 +146,13 @@ STUB ViStatus viVPrintf(ViSession vi, ViConstString writeFmt, ViVAList params)
     (void)params;
     return session(vi, 1018);
 }
+
+/* The library's own viWrite and viIn8, which a lookup through libzelvisa's dlsym never gives: the
+ * benchmarks' baseline. Hidden aliases bind inside the library, whatever the process preloads. */
+extern __typeof__(viWrite) stubWrite __attribute__((alias("viWrite"), visibility("hidden")));
+extern __typeof__(viIn8) stubIn8 __attribute__((alias("viIn8"), visibility("hidden")));
+
+STUB void* visaStubOwn(const char* name)
+{
+    return strcmp(name, "viWrite") == 0 ? (void*)stubWrite : strcmp(name, "viIn8") == 0 ? (void*)stubIn8 : NULL;
+}

@@ -7,6 +7,23 @@ namespace zelvisa {
 
 namespace {
 
+struct Plain
+{
+    constexpr Plain()
+    {
+        for (int b = 32; b < 127; ++b)
+            table[b] = b != '"' && b != '\\';
+    }
+    bool table[256] = {};
+};
+constexpr Plain s_Plain;
+
+// Printable bytes stand for themselves inside quotes; the rest is escaped.
+bool standsForItself(unsigned char byte)
+{
+    return s_Plain.table[byte];
+}
+
 // Characters one byte takes inside quotes, and writes them to `out` (which has room for four).
 std::size_t escape(unsigned char byte, char* out)
 {
@@ -134,13 +151,25 @@ CommandText& CommandText::bytes(const void* data, std::size_t size, std::size_t 
     put('"');
     std::size_t written = 0;
     std::size_t i = 0;
-    for (; i < size; ++i) {
+    while (i < size) {
+        // A run of bytes that stand for themselves goes in at once.
+        std::size_t run = 0;
+        while (i + run < size && written + run < limit && standsForItself(p[i + run]))
+            ++run;
+        put(reinterpret_cast<const char*>(p + i), run);
+        written += run;
+        i += run;
+        if (i == size || written == limit)
+            break;
+        if (standsForItself(p[i]))
+            continue;
         char escaped[4];
         const std::size_t n = escape(p[i], escaped);
         if (written + n > limit)
             break;
         put(escaped, n);
         written += n;
+        ++i;
     }
     if (i < size)
         put(cut, sizeof cut - 1);
