@@ -5,6 +5,7 @@
 
 #include "ZelVersion.h"
 
+#include <dlfcn.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -89,6 +90,10 @@ int main(int argc, char** argv)
     const std::string library = tracingLibrary();
     if (library.empty())
         return fail(127, "libzelvisa.so.1 is not installed beside zel-run");
+    // A preloaded library that cannot be loaded stops every program it is preloaded into: better
+    // say why here than start the program.
+    if (!dlopen(library.c_str(), RTLD_NOW | RTLD_LOCAL))
+        return fail(127, std::string("cannot load ") + dlerror());
     if (!visa.empty()) {
         // A path is made absolute, since the program may change its directory; a bare name is left to
         // the library search, as dlopen does.

@@ -334,22 +334,30 @@ private slots:
     // zelvisa.conf names; functions that library lacks return VI_ERROR_NSUP_OPER.
     void configurationFile_data()
     {
+        QTest::addColumn<QString>("opened"); // what the program loads as its VISA library
         QTest::addColumn<QByteArray>("file"); // STUB stands for the test library's path
         QTest::addColumn<bool>("used");
         QTest::addColumn<QByteArray>("message"); // on standard error; empty for none
-        QTest::newRow("names the library") << QByteArray("library = STUB\n") << true << QByteArray();
+        const QString zelvisa = QStringLiteral(ZEL_ZELVISA);
+        QTest::newRow("names the library") << zelvisa << QByteArray("library = STUB\n") << true << QByteArray();
+        QTest::newRow("through the libvisa.so link of the library path")
+            << QStringLiteral(ZEL_LIBRARY_PATH_LINK) << QByteArray("library = STUB\n") << true << QByteArray();
         QTest::newRow("comments, blank lines, spaces")
-            << QByteArray("# the vendor's library\n\n   library=STUB   \n") << true << QByteArray();
+            << zelvisa << QByteArray("# the vendor's library\n\n   library=STUB   \n") << true << QByteArray();
         QTest::newRow("an unknown setting is reported, the rest used")
-            << QByteArray("colour = red\nlibrary = STUB\n") << true
+            << zelvisa << QByteArray("colour = red\nlibrary = STUB\n") << true
             << QByteArray("zelvisa.conf: line 1: unknown setting 'colour'");
-        QTest::newRow("a line without a setting")
-            << QByteArray("STUB\n") << false << QByteArray("zelvisa.conf: line 1: expected 'library = PATH'");
-        QTest::newRow("a file that is not there") << QByteArray("library = /nonexistent/libvisa.so\n") << false
-                                                  << QByteArray("names /nonexistent/libvisa.so, which cannot be used");
+        QTest::newRow("a line without a setting") << zelvisa << QByteArray("STUB\n") << false
+                                                  << QByteArray("zelvisa.conf: line 1: expected 'library = PATH'");
+        QTest::newRow("a file that is not there")
+            << zelvisa << QByteArray("library = /nonexistent/libvisa.so\n") << false
+            << QByteArray("names /nonexistent/libvisa.so, which cannot be used");
+        QTest::newRow("this library itself") << zelvisa << QByteArray("library = " ZEL_ZELVISA "\n") << false
+                                             << QByteArray("is this tracing library, not a VISA library");
     }
     void configurationFile()
     {
+        QFETCH(QString, opened);
         QFETCH(QByteArray, file);
         QFETCH(bool, used);
         QFETCH(QByteArray, message);
@@ -362,7 +370,7 @@ private slots:
         QProcessEnvironment env = environment(segment);
         const Outcome direct = run(ZEL_EVERY_CALL ""_q, {ZEL_STUB ""_q}, env);
         env.insert("XDG_CONFIG_HOME"_q, home.path());
-        const Outcome o = run(ZEL_EVERY_CALL ""_q, {ZEL_ZELVISA ""_q}, env);
+        const Outcome o = run(ZEL_EVERY_CALL ""_q, {opened}, env);
         QCOMPARE(o.exitCode, 0);
         QVERIFY2(message.isEmpty() ? o.err.isEmpty() : o.err.contains(message), o.err.constData());
         if (!used)
@@ -388,6 +396,27 @@ private slots:
                 : name.endsWith(QLatin1Char('f')) && !status(listForm).isEmpty() ? status(listForm)
                                                                                  : "-1073807257 4242"_q;
             QCOMPARE(printed[i].section(QLatin1Char(' '), 0, 2), name + QLatin1Char(' ') + outcome);
+        }
+    }
+
+    // Installed, zel-run finds the libzelvisa installed beside it, and the library path's links lead to it.
+    void installedLauncher()
+    {
+        QTemporaryDir prefix;
+        QProcess install;
+        install.start(QStringLiteral(ZEL_CMAKE), {"--install"_q, ZEL_BINARY_DIR ""_q, "--prefix"_q, prefix.path()});
+        QVERIFY(install.waitForFinished(120000) && install.exitCode() == 0);
+        const QString library = prefix.path() + "/bin/../"_q + ZEL_INSTALL_LIBDIR ""_q + "/libzelvisa.so.1"_q;
+        QVERIFY(QFileInfo::exists(library));
+        const Outcome o = run(prefix.filePath("bin/zel-run"_q), {"sh"_q, "-c"_q, "printf %s \"$LD_PRELOAD\""_q},
+                              QProcessEnvironment::systemEnvironment());
+        QCOMPARE(o.exitCode, 0);
+        QCOMPARE(QString::fromUtf8(o.out), library);
+        for (const char* link : {"libvisa.so", "libivivisa.so.7"}) {
+            const QFileInfo info(prefix.path() + QLatin1Char('/') + ZEL_INSTALL_LIBDIR ""_q + "/zelvisa/"_q
+                                 + QLatin1String(link));
+            QVERIFY(info.isSymLink());
+            QCOMPARE(info.canonicalFilePath(), QFileInfo(library).canonicalFilePath());
         }
     }
 
