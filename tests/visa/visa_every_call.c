@@ -63,43 +63,22 @@ static void report(const char* name, int present, ViStatus status, int error)
         printf("%s missing\n", name);
 }
 
-#define CALL(name, ...)                                                                                                \
+/* Calls `name` as `call` says, with `f` its function, if the library has it. */
+#define INVOKE(name, call)                                                                                             \
     do {                                                                                                               \
         __typeof__(name)* f = (__typeof__(name)*)lookup(#name);                                                        \
         ViStatus status = 0;                                                                                           \
         int error = 0;                                                                                                 \
         if (f) {                                                                                                       \
             reset();                                                                                                   \
-            status = f(__VA_ARGS__);                                                                                   \
+            status = (call);                                                                                           \
             error = errno;                                                                                             \
         }                                                                                                              \
         report(#name, f != NULL, status, error);                                                                       \
     } while (0)
-
-#define CALL_LIST(name, via, ...)                                                                                      \
-    do {                                                                                                               \
-        __typeof__(name)* f = (__typeof__(name)*)lookup(#name);                                                        \
-        ViStatus status = 0;                                                                                           \
-        int error = 0;                                                                                                 \
-        if (f) {                                                                                                       \
-            reset();                                                                                                   \
-            status = via(f, __VA_ARGS__);                                                                              \
-            error = errno;                                                                                             \
-        }                                                                                                              \
-        report(#name, f != NULL, status, error);                                                                       \
-    } while (0)
-
-#define CALL_VOID(name, ...)                                                                                           \
-    do {                                                                                                               \
-        __typeof__(name)* f = (__typeof__(name)*)lookup(#name);                                                        \
-        int error = 0;                                                                                                 \
-        if (f) {                                                                                                       \
-            reset();                                                                                                   \
-            f(__VA_ARGS__);                                                                                            \
-            error = errno;                                                                                             \
-        }                                                                                                              \
-        report(#name, f != NULL, 0, error);                                                                            \
-    } while (0)
+#define CALL(name, ...) INVOKE(name, f(__VA_ARGS__))
+#define CALL_LIST(name, via, ...) INVOKE(name, via(f, __VA_ARGS__))
+#define CALL_VOID(name, ...) INVOKE(name, (f(__VA_ARGS__), 0))
 
 static ViStatus handler(ViSession vi, ViEventType type, ViEvent event, ViAddr user)
 {

@@ -113,18 +113,29 @@ static void start_watching(void)
     pthread_attr_destroy(&attributes);
 }
 
+/* The oldest queued event context; the queue is not empty and the table is locked. */
+static ViEvent pop_event(SimObject* s)
+{
+    const ViEvent id = s->queue[s->queueHead];
+    s->queueHead = (s->queueHead + 1) % s->queueLength;
+    --s->queueUsed;
+    return id;
+}
+
+static void discard_queue(SimObject* s)
+{
+    while (s->queueUsed > 0) {
+        SimObject* event = sim_find_locked(pop_event(s));
+        if (event)
+            sim_close_locked(event);
+    }
+}
+
 void sim_drop_events(SimObject* s)
 {
     s->mechanisms = 0;
     s->handlerCount = 0;
-    while (s->queueUsed > 0) {
-        const ViEvent id = s->queue[s->queueHead];
-        s->queueHead = (s->queueHead + 1) % s->queueLength;
-        --s->queueUsed;
-        SimObject* event = sim_find_locked(id);
-        if (event)
-            sim_close_locked(event);
-    }
+    discard_queue(s);
     sim_broadcast(); /* a viWaitOnEvent on this session ends */
     wake();
 }
@@ -175,14 +186,18 @@ SIM_API ViStatus viEnableEvent(ViSession vi, ViEventType eventType, ViUInt16 mec
     return status;
 }
 
+/* The session of viDisableEvent and viDiscardEvents, which also take VI_ALL_ENABLED_EVENTS and
+ * VI_ALL_MECH. */
+static SimObject* events_of(ViSession vi, ViEventType eventType, ViUInt16 mechanism, ViStatus* status)
+{
+    *status = !valid_type(eventType, 1) ? VI_ERROR_INV_EVENT : valid_mechanisms(mechanism, 1);
+    return *status == VI_SUCCESS ? sim_acquire(vi, SIM_INSTRUMENT, status) : NULL;
+}
+
 SIM_API ViStatus viDisableEvent(ViSession vi, ViEventType eventType, ViUInt16 mechanism)
 {
-    if (!valid_type(eventType, 1))
-        return VI_ERROR_INV_EVENT;
-    if (valid_mechanisms(mechanism, 1) != VI_SUCCESS)
-        return VI_ERROR_INV_MECH;
     ViStatus status;
-    SimObject* s = sim_acquire(vi, SIM_INSTRUMENT, &status);
+    SimObject* s = events_of(vi, eventType, mechanism, &status);
     if (!s)
         return status;
     pthread_mutex_lock(&g_simMutex);
@@ -196,23 +211,14 @@ SIM_API ViStatus viDisableEvent(ViSession vi, ViEventType eventType, ViUInt16 me
 
 SIM_API ViStatus viDiscardEvents(ViSession vi, ViEventType eventType, ViUInt16 mechanism)
 {
-    if (!valid_type(eventType, 1))
-        return VI_ERROR_INV_EVENT;
-    if (valid_mechanisms(mechanism, 1) != VI_SUCCESS)
-        return VI_ERROR_INV_MECH;
     ViStatus status;
-    SimObject* s = sim_acquire(vi, SIM_INSTRUMENT, &status);
+    SimObject* s = events_of(vi, eventType, mechanism, &status);
     if (!s)
         return status;
     pthread_mutex_lock(&g_simMutex);
     status = s->queueUsed ? VI_SUCCESS : VI_SUCCESS_QUEUE_EMPTY;
-    while ((mechanism & VI_QUEUE) && s->queueUsed > 0) {
-        SimObject* event = sim_find_locked(s->queue[s->queueHead]);
-        s->queueHead = (s->queueHead + 1) % s->queueLength;
-        --s->queueUsed;
-        if (event)
-            sim_close_locked(event);
-    }
+    if (mechanism & VI_QUEUE)
+        discard_queue(s);
     pthread_mutex_unlock(&g_simMutex);
     sim_release(s);
     return status;
@@ -243,9 +249,7 @@ SIM_API ViStatus viWaitOnEvent(ViSession vi, ViEventType inEventType, ViUInt32 t
         } else if (s->queueUsed == 0) {
             status = s->mechanisms & VI_QUEUE ? VI_ERROR_TMO : VI_ERROR_NENABLED;
         } else {
-            event = s->queue[s->queueHead];
-            s->queueHead = (s->queueHead + 1) % s->queueLength;
-            --s->queueUsed;
+            event = pop_event(s);
             status = s->queueUsed ? VI_SUCCESS_QUEUE_NEMPTY : VI_SUCCESS;
         }
     }

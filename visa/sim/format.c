@@ -221,25 +221,6 @@ static ViStatus format_text(SimText* out, const char* format, va_list* ap)
     return status;
 }
 
-/* Puts formatted text into the write buffer, sending it through viWrite when the buffer fills, and
- * at the end when `flush` says so. */
-static ViStatus buffer_writes(SimObject* s, const SimText* t, int flush)
-{
-    ViStatus status = VI_SUCCESS;
-    for (size_t taken = 0; taken < t->size && status >= VI_SUCCESS;) {
-        if (s->writeLength == s->writeSize)
-            status = sim_flush_writes(s);
-        const size_t room = s->writeSize - s->writeLength;
-        const size_t n = room < t->size - taken ? room : t->size - taken;
-        memcpy(s->writeBuffer + s->writeLength, t->data + taken, n);
-        s->writeLength += n;
-        taken += n;
-    }
-    if (status >= VI_SUCCESS && flush)
-        status = sim_flush_writes(s);
-    return status;
-}
-
 static int ends_line(const char* format)
 {
     const size_t n = strlen(format);
@@ -250,8 +231,9 @@ static ViStatus printf_to(SimObject* s, const char* format, va_list* ap, int alw
 {
     SimText t = {NULL, 0, 0};
     ViStatus status = format_text(&t, format, ap);
+    size_t taken = 0;
     if (status == VI_SUCCESS)
-        status = buffer_writes(s, &t, always || s->writeBufferMode == VI_FLUSH_ON_ACCESS || ends_line(format));
+        status = sim_buffer_writes(s, t.data, t.size, always || ends_line(format), &taken);
     free(t.data);
     return status;
 }
@@ -539,15 +521,23 @@ SIM_API ViStatus viPrintf(ViSession vi, ViConstString writeFmt, ...)
     return status;
 }
 
+/* The buffer forms do no I/O, but the session must be an instrument's. */
+static ViStatus instrument_session(ViSession vi)
+{
+    ViStatus status;
+    SimObject* s = sim_acquire(vi, SIM_INSTRUMENT, &status);
+    if (s)
+        sim_release(s);
+    return status;
+}
+
 SIM_API ViStatus viVSPrintf(ViSession vi, ViPBuf buf, ViConstString writeFmt, ViVAList parms)
 {
     if (!buf || !writeFmt)
         return VI_ERROR_INV_PARAMETER;
-    ViStatus status;
-    SimObject* s = sim_acquire(vi, SIM_INSTRUMENT, &status);
-    if (!s)
+    ViStatus status = instrument_session(vi);
+    if (status != VI_SUCCESS)
         return status;
-    sim_release(s);
     SimText t = {NULL, 0, 0};
     va_list ap;
     va_copy(ap, parms);
@@ -601,11 +591,9 @@ SIM_API ViStatus viVSScanf(ViSession vi, ViConstBuf buf, ViConstString readFmt, 
 {
     if (!buf || !readFmt)
         return VI_ERROR_INV_PARAMETER;
-    ViStatus status;
-    SimObject* s = sim_acquire(vi, SIM_INSTRUMENT, &status);
-    if (!s)
+    ViStatus status = instrument_session(vi);
+    if (status != VI_SUCCESS)
         return status;
-    sim_release(s);
     SimSource in = {NULL, buf, 0, 0, 0, VI_SUCCESS};
     va_list ap;
     va_copy(ap, parms);

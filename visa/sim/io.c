@@ -149,33 +149,47 @@ static ViStatus receive(SimObject* s, unsigned char* buf, size_t count, size_t* 
     }
 }
 
-SIM_API ViStatus viRead(ViSession vi, ViPBuf buf, ViUInt32 cnt, ViPUInt32 retCnt)
+/* The four transfers alike: a session ready for I/O, the buffer checked, the count always reported. */
+typedef ViStatus (*Transfer)(SimObject* session, void* buf, ViUInt32 count, ViUInt32* done);
+
+static ViStatus transfer(ViSession vi, void* buf, ViUInt32 cnt, ViPUInt32 retCnt, Transfer how)
 {
     ViStatus status;
     SimObject* s = sim_begin_io(vi, &status);
     if (!s)
         return status;
-    size_t got = 0;
-    status
-        = buf || cnt == 0 ? receive(s, buf, cnt, &got, s->termcharEnabled ? s->termchar : -1) : VI_ERROR_INV_PARAMETER;
+    ViUInt32 done = 0;
+    status = buf || cnt == 0 ? how(s, buf, cnt, &done) : VI_ERROR_INV_PARAMETER;
     sim_end_io(s);
     if (retCnt)
-        *retCnt = (ViUInt32)got;
+        *retCnt = done;
     return status;
+}
+
+static ViStatus read_raw(SimObject* s, void* buf, ViUInt32 count, ViUInt32* done)
+{
+    size_t got = 0;
+    const ViStatus status = receive(s, buf, count, &got, s->termcharEnabled ? s->termchar : -1);
+    *done = (ViUInt32)got;
+    return status;
+}
+
+static ViStatus write_raw(SimObject* s, void* buf, ViUInt32 count, ViUInt32* done)
+{
+    size_t sent = 0;
+    const ViStatus status = sim_send(s, buf, count, &sent);
+    *done = (ViUInt32)sent;
+    return status;
+}
+
+SIM_API ViStatus viRead(ViSession vi, ViPBuf buf, ViUInt32 cnt, ViPUInt32 retCnt)
+{
+    return transfer(vi, buf, cnt, retCnt, read_raw);
 }
 
 SIM_API ViStatus viWrite(ViSession vi, ViConstBuf buf, ViUInt32 cnt, ViPUInt32 retCnt)
 {
-    ViStatus status;
-    SimObject* s = sim_begin_io(vi, &status);
-    if (!s)
-        return status;
-    size_t sent = 0;
-    status = buf || cnt == 0 ? sim_send(s, buf, cnt, &sent) : VI_ERROR_INV_PARAMETER;
-    sim_end_io(s);
-    if (retCnt)
-        *retCnt = (ViUInt32)sent;
-    return status;
+    return transfer(vi, (void*)buf, cnt, retCnt, write_raw);
 }
 
 /* Sends what formatted writes left in the buffer, through this library's own viWrite. */
@@ -226,43 +240,45 @@ ViStatus sim_buffered_read(SimObject* s, unsigned char* buf, ViUInt32 count, ViU
     return VI_SUCCESS_MAX_CNT;
 }
 
+static ViStatus read_buffered(SimObject* s, void* buf, ViUInt32 count, ViUInt32* done)
+{
+    return sim_buffered_read(s, buf, count, done);
+}
+
+ViStatus sim_buffer_writes(SimObject* s, const void* data, size_t size, int flush, size_t* taken)
+{
+    ViStatus status = VI_SUCCESS;
+    *taken = 0;
+    while (status >= VI_SUCCESS && *taken < size) {
+        if (s->writeLength == s->writeSize)
+            status = sim_flush_writes(s);
+        const size_t room = s->writeSize - s->writeLength;
+        const size_t n = room < size - *taken ? room : size - *taken;
+        memcpy(s->writeBuffer + s->writeLength, (const unsigned char*)data + *taken, n);
+        s->writeLength += n;
+        *taken += n;
+    }
+    if (status >= VI_SUCCESS && (flush || s->writeBufferMode == VI_FLUSH_ON_ACCESS))
+        status = sim_flush_writes(s);
+    return status;
+}
+
+static ViStatus write_buffered(SimObject* s, void* buf, ViUInt32 count, ViUInt32* done)
+{
+    size_t taken = 0;
+    const ViStatus status = sim_buffer_writes(s, buf, count, 0, &taken);
+    *done = (ViUInt32)taken;
+    return status;
+}
+
 SIM_API ViStatus viBufRead(ViSession vi, ViPBuf buf, ViUInt32 cnt, ViPUInt32 retCnt)
 {
-    ViStatus status;
-    SimObject* s = sim_begin_io(vi, &status);
-    if (!s)
-        return status;
-    ViUInt32 got = 0;
-    status = buf || cnt == 0 ? sim_buffered_read(s, buf, cnt, &got) : VI_ERROR_INV_PARAMETER;
-    sim_end_io(s);
-    if (retCnt)
-        *retCnt = got;
-    return status;
+    return transfer(vi, buf, cnt, retCnt, read_buffered);
 }
 
 SIM_API ViStatus viBufWrite(ViSession vi, ViConstBuf buf, ViUInt32 cnt, ViPUInt32 retCnt)
 {
-    ViStatus status;
-    SimObject* s = sim_begin_io(vi, &status);
-    if (!s)
-        return status;
-    ViUInt32 taken = 0;
-    status = buf || cnt == 0 ? VI_SUCCESS : VI_ERROR_INV_PARAMETER;
-    while (status >= VI_SUCCESS && taken < cnt) {
-        if (s->writeLength == s->writeSize)
-            status = sim_flush_writes(s);
-        const size_t room = s->writeSize - s->writeLength;
-        const size_t n = room < cnt - taken ? room : cnt - taken;
-        memcpy(s->writeBuffer + s->writeLength, buf + taken, n);
-        s->writeLength += n;
-        taken += (ViUInt32)n;
-    }
-    if (status >= VI_SUCCESS && s->writeBufferMode == VI_FLUSH_ON_ACCESS)
-        status = sim_flush_writes(s);
-    sim_end_io(s);
-    if (retCnt)
-        *retCnt = taken;
-    return status;
+    return transfer(vi, (void*)buf, cnt, retCnt, write_buffered);
 }
 
 SIM_API ViStatus viFlush(ViSession vi, ViUInt16 mask)

@@ -104,19 +104,6 @@ static ViStatus parse_for(ViSession rm, ViConstRsrc name, SimResource* resource)
     return sim_parse_resource(name, resource);
 }
 
-SIM_API ViStatus viParseRsrc(ViSession rmSesn, ViConstRsrc rsrcName, ViPUInt16 intfType, ViPUInt16 intfNum)
-{
-    SimResource resource;
-    const ViStatus status = parse_for(rmSesn, rsrcName, &resource);
-    if (status < VI_SUCCESS)
-        return status;
-    if (intfType)
-        *intfType = VI_INTF_TCPIP;
-    if (intfNum)
-        *intfNum = resource.board;
-    return VI_SUCCESS;
-}
-
 SIM_API ViStatus viParseRsrcEx(ViSession rmSesn, ViConstRsrc rsrcName, ViPUInt16 intfType, ViPUInt16 intfNum,
                                ViChar rsrcClass[], ViChar expandedUnaliasedName[], ViChar aliasIfExists[])
 {
@@ -135,6 +122,11 @@ SIM_API ViStatus viParseRsrcEx(ViSession rmSesn, ViConstRsrc rsrcName, ViPUInt16
     if (aliasIfExists)
         aliasIfExists[0] = '\0';
     return VI_SUCCESS;
+}
+
+SIM_API ViStatus viParseRsrc(ViSession rmSesn, ViConstRsrc rsrcName, ViPUInt16 intfType, ViPUInt16 intfNum)
+{
+    return viParseRsrcEx(rmSesn, rsrcName, intfType, intfNum, VI_NULL, VI_NULL, VI_NULL);
 }
 
 /* ---- resource expressions ---- */

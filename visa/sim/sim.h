@@ -127,6 +127,9 @@ void sim_end_io(SimObject* session);
 ViStatus sim_connect(SimObject* session, const SimResource* resource);
 void sim_disconnect(SimObject* session);
 ViStatus sim_flush_writes(SimObject* session);
+/* Puts data into the formatted write buffer, sending it through viWrite whenever the buffer fills,
+ * and at the end when `flush` says so or the session flushes on every access. */
+ViStatus sim_buffer_writes(SimObject* session, const void* data, size_t size, int flush, size_t* taken);
 ViStatus sim_send(SimObject* session, const void* data, size_t size, size_t* sent);
 
 /* locks.c */

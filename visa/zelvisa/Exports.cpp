@@ -307,6 +307,23 @@ ViStatus tracedFromBuffer(Fn shown, ViSession vi, ViConstBuf buf, ViConstString 
     return status;
 }
 
+// Handlers are shown as the program gave them; the library gets their wrappers.
+template<Fn f>
+ViStatus tracedHandler(ViSession vi, ViEventType eventType, ViHndlr handler, ViAddr userHandle, HandlerArguments given)
+{
+    TracedCall call(nameOf(f));
+    if (!call.recording())
+        return forward<f>(vi, eventType, given.handler, given.userHandle);
+    call.setSession(vi);
+    const Hex<const void*> shownHandler {reinterpret_cast<const void*>(handler)};
+    showAll(call.begin(), Shown {}, vi, eventType, shownHandler, userHandle);
+    call.called();
+    const ViStatus status = forward<f>(vi, eventType, given.handler, given.userHandle);
+    showAll(call.begin(), Shown {}, vi, eventType, shownHandler, userHandle);
+    call.returned(status);
+    return status;
+}
+
 template<class T> Values<T> in(T* values, ViBusSize count)
 {
     return {values, count, true};
@@ -480,34 +497,14 @@ ViStatus viWaitOnEvent(ViSession vi, ViEventType inEventType, ViUInt32 timeout, 
 
 ViStatus viInstallHandler(ViSession vi, ViEventType eventType, ViHndlr handler, ViAddr userHandle)
 {
-    const HandlerArguments installed = handlerToInstall(vi, eventType, handler, userHandle);
-    TracedCall call(nameOf(Fn::viInstallHandler));
-    if (!call.recording())
-        return forward<Fn::viInstallHandler>(vi, eventType, installed.handler, installed.userHandle);
-    call.setSession(vi);
-    const void* shownHandler = reinterpret_cast<const void*>(handler);
-    showAll(call.begin(), Shown {}, vi, eventType, Hex<const void*> {shownHandler}, userHandle);
-    call.called();
-    const ViStatus status = forward<Fn::viInstallHandler>(vi, eventType, installed.handler, installed.userHandle);
-    showAll(call.begin(), Shown {}, vi, eventType, Hex<const void*> {shownHandler}, userHandle);
-    call.returned(status);
-    return status;
+    return tracedHandler<Fn::viInstallHandler>(vi, eventType, handler, userHandle,
+                                               handlerToInstall(vi, eventType, handler, userHandle));
 }
 
 ViStatus viUninstallHandler(ViSession vi, ViEventType eventType, ViHndlr handler, ViAddr userHandle)
 {
-    const HandlerArguments installed = handlerToUninstall(vi, eventType, handler, userHandle);
-    TracedCall call(nameOf(Fn::viUninstallHandler));
-    if (!call.recording())
-        return forward<Fn::viUninstallHandler>(vi, eventType, installed.handler, installed.userHandle);
-    call.setSession(vi);
-    const void* shownHandler = reinterpret_cast<const void*>(handler);
-    showAll(call.begin(), Shown {}, vi, eventType, Hex<const void*> {shownHandler}, userHandle);
-    call.called();
-    const ViStatus status = forward<Fn::viUninstallHandler>(vi, eventType, installed.handler, installed.userHandle);
-    showAll(call.begin(), Shown {}, vi, eventType, Hex<const void*> {shownHandler}, userHandle);
-    call.returned(status);
-    return status;
+    return tracedHandler<Fn::viUninstallHandler>(vi, eventType, handler, userHandle,
+                                                 handlerToUninstall(vi, eventType, handler, userHandle));
 }
 
 ViStatus viRead(ViSession vi, ViPBuf buf, ViUInt32 cnt, ViPUInt32 retCnt)
@@ -645,164 +642,51 @@ ViStatus viVSScanf(ViSession vi, ViConstBuf buf, ViConstString readFmt, ViVAList
     return tracedFromBuffer(Fn::viVSScanf, vi, buf, readFmt, parms);
 }
 
-ViStatus viIn8(ViSession vi, ViUInt16 space, ViBusAddress offset, ViPUInt8 val8)
-{
-    return traced<Fn::viIn8>(vi, space, Hex<ViBusAddress> {offset}, OutHex<ViUInt8> {val8});
-}
+// Register and memory access, which programs may call at very high rates: one pattern per width,
+// with the standard's offsets and the Ex forms' 64-bit ones.
+#define ZELVISA_REGISTER_ACCESS(bits, Ex, Offset)                                                                      \
+    ViStatus viIn##bits##Ex(ViSession vi, ViUInt16 space, Offset offset, ViPUInt##bits value)                          \
+    {                                                                                                                  \
+        return traced<Fn::viIn##bits##Ex>(vi, space, Hex<Offset> {offset}, OutHex<ViUInt##bits> {value});              \
+    }                                                                                                                  \
+    ViStatus viOut##bits##Ex(ViSession vi, ViUInt16 space, Offset offset, ViUInt##bits value)                          \
+    {                                                                                                                  \
+        return traced<Fn::viOut##bits##Ex>(vi, space, Hex<Offset> {offset}, Hex<ViUInt##bits> {value});                \
+    }                                                                                                                  \
+    ViStatus viMoveIn##bits##Ex(ViSession vi, ViUInt16 space, Offset offset, ViBusSize length, ViAUInt##bits values)   \
+    {                                                                                                                  \
+        return traced<Fn::viMoveIn##bits##Ex>(vi, space, Hex<Offset> {offset}, length, out(values, length));           \
+    }                                                                                                                  \
+    ViStatus viMoveOut##bits##Ex(ViSession vi, ViUInt16 space, Offset offset, ViBusSize length, ViAUInt##bits values)  \
+    {                                                                                                                  \
+        return traced<Fn::viMoveOut##bits##Ex>(vi, space, Hex<Offset> {offset}, length, in(values, length));           \
+    }
 
-ViStatus viOut8(ViSession vi, ViUInt16 space, ViBusAddress offset, ViUInt8 val8)
-{
-    return traced<Fn::viOut8>(vi, space, Hex<ViBusAddress> {offset}, Hex<ViUInt8> {val8});
-}
+#define ZELVISA_PEEK_POKE(bits)                                                                                        \
+    void viPeek##bits(ViSession vi, ViAddr address, ViPUInt##bits value)                                               \
+    {                                                                                                                  \
+        traced<Fn::viPeek##bits>(vi, address, OutHex<ViUInt##bits> {value});                                           \
+    }                                                                                                                  \
+    void viPoke##bits(ViSession vi, ViAddr address, ViUInt##bits value)                                                \
+    {                                                                                                                  \
+        traced<Fn::viPoke##bits>(vi, address, Hex<ViUInt##bits> {value});                                              \
+    }
 
-ViStatus viIn16(ViSession vi, ViUInt16 space, ViBusAddress offset, ViPUInt16 val16)
-{
-    return traced<Fn::viIn16>(vi, space, Hex<ViBusAddress> {offset}, OutHex<ViUInt16> {val16});
-}
+ZELVISA_REGISTER_ACCESS(8, , ViBusAddress)
+ZELVISA_REGISTER_ACCESS(16, , ViBusAddress)
+ZELVISA_REGISTER_ACCESS(32, , ViBusAddress)
+ZELVISA_REGISTER_ACCESS(64, , ViBusAddress)
+ZELVISA_REGISTER_ACCESS(8, Ex, ViBusAddress64)
+ZELVISA_REGISTER_ACCESS(16, Ex, ViBusAddress64)
+ZELVISA_REGISTER_ACCESS(32, Ex, ViBusAddress64)
+ZELVISA_REGISTER_ACCESS(64, Ex, ViBusAddress64)
+ZELVISA_PEEK_POKE(8)
+ZELVISA_PEEK_POKE(16)
+ZELVISA_PEEK_POKE(32)
+ZELVISA_PEEK_POKE(64)
 
-ViStatus viOut16(ViSession vi, ViUInt16 space, ViBusAddress offset, ViUInt16 val16)
-{
-    return traced<Fn::viOut16>(vi, space, Hex<ViBusAddress> {offset}, Hex<ViUInt16> {val16});
-}
-
-ViStatus viIn32(ViSession vi, ViUInt16 space, ViBusAddress offset, ViPUInt32 val32)
-{
-    return traced<Fn::viIn32>(vi, space, Hex<ViBusAddress> {offset}, OutHex<ViUInt32> {val32});
-}
-
-ViStatus viOut32(ViSession vi, ViUInt16 space, ViBusAddress offset, ViUInt32 val32)
-{
-    return traced<Fn::viOut32>(vi, space, Hex<ViBusAddress> {offset}, Hex<ViUInt32> {val32});
-}
-
-ViStatus viIn64(ViSession vi, ViUInt16 space, ViBusAddress offset, ViPUInt64 val64)
-{
-    return traced<Fn::viIn64>(vi, space, Hex<ViBusAddress> {offset}, OutHex<ViUInt64> {val64});
-}
-
-ViStatus viOut64(ViSession vi, ViUInt16 space, ViBusAddress offset, ViUInt64 val64)
-{
-    return traced<Fn::viOut64>(vi, space, Hex<ViBusAddress> {offset}, Hex<ViUInt64> {val64});
-}
-
-ViStatus viIn8Ex(ViSession vi, ViUInt16 space, ViBusAddress64 offset, ViPUInt8 val8)
-{
-    return traced<Fn::viIn8Ex>(vi, space, Hex<ViBusAddress64> {offset}, OutHex<ViUInt8> {val8});
-}
-
-ViStatus viOut8Ex(ViSession vi, ViUInt16 space, ViBusAddress64 offset, ViUInt8 val8)
-{
-    return traced<Fn::viOut8Ex>(vi, space, Hex<ViBusAddress64> {offset}, Hex<ViUInt8> {val8});
-}
-
-ViStatus viIn16Ex(ViSession vi, ViUInt16 space, ViBusAddress64 offset, ViPUInt16 val16)
-{
-    return traced<Fn::viIn16Ex>(vi, space, Hex<ViBusAddress64> {offset}, OutHex<ViUInt16> {val16});
-}
-
-ViStatus viOut16Ex(ViSession vi, ViUInt16 space, ViBusAddress64 offset, ViUInt16 val16)
-{
-    return traced<Fn::viOut16Ex>(vi, space, Hex<ViBusAddress64> {offset}, Hex<ViUInt16> {val16});
-}
-
-ViStatus viIn32Ex(ViSession vi, ViUInt16 space, ViBusAddress64 offset, ViPUInt32 val32)
-{
-    return traced<Fn::viIn32Ex>(vi, space, Hex<ViBusAddress64> {offset}, OutHex<ViUInt32> {val32});
-}
-
-ViStatus viOut32Ex(ViSession vi, ViUInt16 space, ViBusAddress64 offset, ViUInt32 val32)
-{
-    return traced<Fn::viOut32Ex>(vi, space, Hex<ViBusAddress64> {offset}, Hex<ViUInt32> {val32});
-}
-
-ViStatus viIn64Ex(ViSession vi, ViUInt16 space, ViBusAddress64 offset, ViPUInt64 val64)
-{
-    return traced<Fn::viIn64Ex>(vi, space, Hex<ViBusAddress64> {offset}, OutHex<ViUInt64> {val64});
-}
-
-ViStatus viOut64Ex(ViSession vi, ViUInt16 space, ViBusAddress64 offset, ViUInt64 val64)
-{
-    return traced<Fn::viOut64Ex>(vi, space, Hex<ViBusAddress64> {offset}, Hex<ViUInt64> {val64});
-}
-ViStatus viMoveIn8(ViSession vi, ViUInt16 space, ViBusAddress offset, ViBusSize length, ViAUInt8 buf8)
-{
-    return traced<Fn::viMoveIn8>(vi, space, Hex<ViBusAddress> {offset}, length, out(buf8, length));
-}
-
-ViStatus viMoveIn8Ex(ViSession vi, ViUInt16 space, ViBusAddress64 offset, ViBusSize length, ViAUInt8 buf8)
-{
-    return traced<Fn::viMoveIn8Ex>(vi, space, Hex<ViBusAddress64> {offset}, length, out(buf8, length));
-}
-
-ViStatus viMoveIn16(ViSession vi, ViUInt16 space, ViBusAddress offset, ViBusSize length, ViAUInt16 buf16)
-{
-    return traced<Fn::viMoveIn16>(vi, space, Hex<ViBusAddress> {offset}, length, out(buf16, length));
-}
-
-ViStatus viMoveIn16Ex(ViSession vi, ViUInt16 space, ViBusAddress64 offset, ViBusSize length, ViAUInt16 buf16)
-{
-    return traced<Fn::viMoveIn16Ex>(vi, space, Hex<ViBusAddress64> {offset}, length, out(buf16, length));
-}
-
-ViStatus viMoveIn32(ViSession vi, ViUInt16 space, ViBusAddress offset, ViBusSize length, ViAUInt32 buf32)
-{
-    return traced<Fn::viMoveIn32>(vi, space, Hex<ViBusAddress> {offset}, length, out(buf32, length));
-}
-
-ViStatus viMoveIn32Ex(ViSession vi, ViUInt16 space, ViBusAddress64 offset, ViBusSize length, ViAUInt32 buf32)
-{
-    return traced<Fn::viMoveIn32Ex>(vi, space, Hex<ViBusAddress64> {offset}, length, out(buf32, length));
-}
-
-ViStatus viMoveIn64(ViSession vi, ViUInt16 space, ViBusAddress offset, ViBusSize length, ViAUInt64 buf64)
-{
-    return traced<Fn::viMoveIn64>(vi, space, Hex<ViBusAddress> {offset}, length, out(buf64, length));
-}
-
-ViStatus viMoveIn64Ex(ViSession vi, ViUInt16 space, ViBusAddress64 offset, ViBusSize length, ViAUInt64 buf64)
-{
-    return traced<Fn::viMoveIn64Ex>(vi, space, Hex<ViBusAddress64> {offset}, length, out(buf64, length));
-}
-
-ViStatus viMoveOut8(ViSession vi, ViUInt16 space, ViBusAddress offset, ViBusSize length, ViAUInt8 buf8)
-{
-    return traced<Fn::viMoveOut8>(vi, space, Hex<ViBusAddress> {offset}, length, in(buf8, length));
-}
-
-ViStatus viMoveOut8Ex(ViSession vi, ViUInt16 space, ViBusAddress64 offset, ViBusSize length, ViAUInt8 buf8)
-{
-    return traced<Fn::viMoveOut8Ex>(vi, space, Hex<ViBusAddress64> {offset}, length, in(buf8, length));
-}
-
-ViStatus viMoveOut16(ViSession vi, ViUInt16 space, ViBusAddress offset, ViBusSize length, ViAUInt16 buf16)
-{
-    return traced<Fn::viMoveOut16>(vi, space, Hex<ViBusAddress> {offset}, length, in(buf16, length));
-}
-
-ViStatus viMoveOut16Ex(ViSession vi, ViUInt16 space, ViBusAddress64 offset, ViBusSize length, ViAUInt16 buf16)
-{
-    return traced<Fn::viMoveOut16Ex>(vi, space, Hex<ViBusAddress64> {offset}, length, in(buf16, length));
-}
-
-ViStatus viMoveOut32(ViSession vi, ViUInt16 space, ViBusAddress offset, ViBusSize length, ViAUInt32 buf32)
-{
-    return traced<Fn::viMoveOut32>(vi, space, Hex<ViBusAddress> {offset}, length, in(buf32, length));
-}
-
-ViStatus viMoveOut32Ex(ViSession vi, ViUInt16 space, ViBusAddress64 offset, ViBusSize length, ViAUInt32 buf32)
-{
-    return traced<Fn::viMoveOut32Ex>(vi, space, Hex<ViBusAddress64> {offset}, length, in(buf32, length));
-}
-
-ViStatus viMoveOut64(ViSession vi, ViUInt16 space, ViBusAddress offset, ViBusSize length, ViAUInt64 buf64)
-{
-    return traced<Fn::viMoveOut64>(vi, space, Hex<ViBusAddress> {offset}, length, in(buf64, length));
-}
-
-ViStatus viMoveOut64Ex(ViSession vi, ViUInt16 space, ViBusAddress64 offset, ViBusSize length, ViAUInt64 buf64)
-{
-    return traced<Fn::viMoveOut64Ex>(vi, space, Hex<ViBusAddress64> {offset}, length, in(buf64, length));
-}
+#undef ZELVISA_REGISTER_ACCESS
+#undef ZELVISA_PEEK_POKE
 
 ViStatus viMove(ViSession vi, ViUInt16 srcSpace, ViBusAddress srcOffset, ViUInt16 srcWidth, ViUInt16 destSpace,
                 ViBusAddress destOffset, ViUInt16 destWidth, ViBusSize srcLength)
@@ -849,46 +733,6 @@ ViStatus viMapAddressEx(ViSession vi, ViUInt16 mapSpace, ViBusAddress64 mapOffse
 ViStatus viUnmapAddress(ViSession vi)
 {
     return traced<Fn::viUnmapAddress>(vi);
-}
-
-void viPeek8(ViSession vi, ViAddr address, ViPUInt8 val8)
-{
-    traced<Fn::viPeek8>(vi, address, OutHex<ViUInt8> {val8});
-}
-
-void viPoke8(ViSession vi, ViAddr address, ViUInt8 val8)
-{
-    traced<Fn::viPoke8>(vi, address, Hex<ViUInt8> {val8});
-}
-
-void viPeek16(ViSession vi, ViAddr address, ViPUInt16 val16)
-{
-    traced<Fn::viPeek16>(vi, address, OutHex<ViUInt16> {val16});
-}
-
-void viPoke16(ViSession vi, ViAddr address, ViUInt16 val16)
-{
-    traced<Fn::viPoke16>(vi, address, Hex<ViUInt16> {val16});
-}
-
-void viPeek32(ViSession vi, ViAddr address, ViPUInt32 val32)
-{
-    traced<Fn::viPeek32>(vi, address, OutHex<ViUInt32> {val32});
-}
-
-void viPoke32(ViSession vi, ViAddr address, ViUInt32 val32)
-{
-    traced<Fn::viPoke32>(vi, address, Hex<ViUInt32> {val32});
-}
-
-void viPeek64(ViSession vi, ViAddr address, ViPUInt64 val64)
-{
-    traced<Fn::viPeek64>(vi, address, OutHex<ViUInt64> {val64});
-}
-
-void viPoke64(ViSession vi, ViAddr address, ViUInt64 val64)
-{
-    traced<Fn::viPoke64>(vi, address, Hex<ViUInt64> {val64});
 }
 
 ViStatus viMemAlloc(ViSession vi, ViBusSize size, ViPBusAddress offset)
