@@ -1,7 +1,8 @@
 /* A VISA library for tests and benchmarks that does nothing but answer at once, the same way each
- * time: every function leaves its own errno value and writes its outputs, so that a program can
- * show whether what it sees through libzelvisa is what the library did. Session 2 is open; the
- * others are invalid. viBufWrite calls the library's own viWrite, as real libraries do. */
+ * time: every function leaves its own errno value (viAssertTrigger leaves it as it was) and writes
+ * its outputs, so that a program can show whether what it sees through libzelvisa is what the
+ * library did. Session 2 is open; the others are invalid. viBufWrite calls the library's own
+ * viWrite, as real libraries do. */
 #include "visa.h"
 
 #include <errno.h>
@@ -13,6 +14,13 @@ static ViStatus session(ViSession vi, int error)
 {
     errno = error;
     return vi == 2 ? VI_SUCCESS : VI_ERROR_INV_OBJECT;
+}
+
+/* Leaves errno alone: what the program set must come back unchanged, whatever tracing did meanwhile
+ * (it is the first function of the program that calls them all, when tracing attaches). */
+STUB ViStatus viAssertTrigger(ViSession vi, ViUInt16 protocol)
+{
+    return vi == 2 && protocol == VI_TRIG_PROT_DEFAULT ? VI_SUCCESS : VI_ERROR_INV_OBJECT;
 }
 
 STUB ViStatus viOpenDefaultRM(ViPSession vi)
