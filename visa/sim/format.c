@@ -108,15 +108,15 @@ typedef struct SimText
     size_t capacity;
 } SimText;
 
-static ViStatus text_printf(SimText* t, const char* spec, ...) __attribute__((format(printf, 2, 3)));
+static ViStatus text_printf(SimText* t, const char* pattern, ...) __attribute__((format(printf, 2, 3)));
 
-static ViStatus text_printf(SimText* t, const char* spec, ...)
+static ViStatus text_printf(SimText* t, const char* pattern, ...)
 {
     va_list args;
-    va_start(args, spec);
+    va_start(args, pattern);
     va_list again;
     va_copy(again, args);
-    const int n = vsnprintf(NULL, 0, spec, args);
+    const int n = vsnprintf(NULL, 0, pattern, args);
     va_end(args);
     ViStatus status = VI_SUCCESS;
     if (n < 0 || t->size + (size_t)n + 1 > SIM_MAX_FORMATTED) {
@@ -133,7 +133,7 @@ static ViStatus text_printf(SimText* t, const char* spec, ...)
             }
         }
         if (status == VI_SUCCESS) {
-            vsnprintf(t->data + t->size, (size_t)n + 1, spec, again);
+            vsnprintf(t->data + t->size, (size_t)n + 1, pattern, again);
             t->size += (size_t)n;
         }
     }
@@ -142,10 +142,10 @@ static ViStatus text_printf(SimText* t, const char* spec, ...)
 }
 
 #define SIM_EMIT(value)                                                                                                \
-    (d.widthStar && d.precisionStar ? text_printf(out, spec, width, precision, value)                                  \
-         : d.widthStar              ? text_printf(out, spec, width, value)                                             \
-         : d.precisionStar          ? text_printf(out, spec, precision, value)                                         \
-                                    : text_printf(out, spec, value))
+    (d.widthStar && d.precisionStar ? text_printf(out, pattern, width, precision, value)                                  \
+         : d.widthStar              ? text_printf(out, pattern, width, value)                                             \
+         : d.precisionStar          ? text_printf(out, pattern, precision, value)                                         \
+                                    : text_printf(out, pattern, value))
 
 static ViStatus format_text(SimText* out, const char* format, va_list* ap)
 {
@@ -168,17 +168,17 @@ static ViStatus format_text(SimText* out, const char* format, va_list* ap)
             continue;
         }
         /* The directive again for the C library, its numbers checked. */
-        char spec[48];
-        int at = snprintf(spec, sizeof spec, "%%%s", d.flags);
+        char pattern[48];
+        int at = snprintf(pattern, sizeof pattern, "%%%s", d.flags);
         if (d.widthStar)
-            at += snprintf(spec + at, sizeof spec - (size_t)at, "*");
+            at += snprintf(pattern + at, sizeof pattern - (size_t)at, "*");
         else if (d.width >= 0)
-            at += snprintf(spec + at, sizeof spec - (size_t)at, "%d", d.width);
+            at += snprintf(pattern + at, sizeof pattern - (size_t)at, "%d", d.width);
         if (d.precisionStar)
-            at += snprintf(spec + at, sizeof spec - (size_t)at, ".*");
+            at += snprintf(pattern + at, sizeof pattern - (size_t)at, ".*");
         else if (d.precision >= 0)
-            at += snprintf(spec + at, sizeof spec - (size_t)at, ".%d", d.precision);
-        snprintf(spec + at, sizeof spec - (size_t)at, "%s%c", d.size, d.conversion);
+            at += snprintf(pattern + at, sizeof pattern - (size_t)at, ".%d", d.precision);
+        snprintf(pattern + at, sizeof pattern - (size_t)at, "%s%c", d.size, d.conversion);
         const int width = d.widthStar ? va_arg(*ap, int) : 0;
         const int precision = d.precisionStar ? va_arg(*ap, int) : 0;
         const int isSigned = d.conversion == 'd' || d.conversion == 'i';
