@@ -142,9 +142,9 @@ static ViStatus text_printf(SimText* t, const char* pattern, ...)
 }
 
 #define SIM_EMIT(value)                                                                                                \
-    (d.widthStar && d.precisionStar ? text_printf(out, pattern, width, precision, value)                                  \
-         : d.widthStar              ? text_printf(out, pattern, width, value)                                             \
-         : d.precisionStar          ? text_printf(out, pattern, precision, value)                                         \
+    (d.widthStar && d.precisionStar ? text_printf(out, pattern, width, precision, value)                               \
+         : d.widthStar              ? text_printf(out, pattern, width, value)                                          \
+         : d.precisionStar          ? text_printf(out, pattern, precision, value)                                      \
                                     : text_printf(out, pattern, value))
 
 static ViStatus format_text(SimText* out, const char* format, va_list* ap)
