@@ -90,6 +90,8 @@ int main(int argc, char** argv)
     const std::string library = tracingLibrary();
     if (library.empty())
         return fail(127, "libzelvisa.so.1 is not installed beside zel-run");
+    if (library.find_first_of(" :") != std::string::npos)
+        return fail(127, library + ": LD_PRELOAD cannot carry a path with a space or a colon");
     // A preloaded library that cannot be loaded stops every program it is preloaded into: better
     // say why here than start the program.
     if (!dlopen(library.c_str(), RTLD_NOW | RTLD_LOCAL))
