@@ -281,6 +281,8 @@ private slots:
         QTest::newRow("ends in the middle") << QByteArray("abc%-") << int(VI_ERROR_INV_FMT) << QByteArray();
         QTest::newRow("size that does not fit") << QByteArray("%Ld") << int(VI_ERROR_INV_FMT) << QByteArray();
         QTest::newRow("huge width") << QByteArray("%999999999d") << int(VI_ERROR_INV_FMT) << QByteArray();
+        QTest::newRow("precision both star and digits")
+            << QByteArray("%.*700000000000d") << int(VI_ERROR_INV_FMT) << QByteArray();
     }
     void formatting()
     {

@@ -48,13 +48,13 @@ ViStatus sim_parse_directive(const char* format, int scanning, SimDirective* d)
     }
     if (!scanning && *p == '.') {
         ++p;
-        d->precision = 0;
         if (*p == '*') {
             d->precisionStar = 1;
-            d->precision = -1;
             ++p;
+        } else {
+            d->precision = 0;
         }
-        for (; isdigit((unsigned char)*p); ++p) {
+        for (; !d->precisionStar && isdigit((unsigned char)*p); ++p) {
             if (d->precision > 9999999)
                 return VI_ERROR_INV_FMT;
             d->precision = d->precision * 10 + (*p - '0');
