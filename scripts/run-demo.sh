@@ -1,6 +1,7 @@
 #!/bin/sh
 # Starts the tool with live demo traffic: an unchanged PyVISA script talks to the simulated SCPI
-# instrument through the zeltrace backend (PYVISA_LIBRARY=py@zeltrace), and the traffic generator
+# instrument through the zeltrace backend (PYVISA_LIBRARY=py@zeltrace), an unchanged C program linked
+# with the simulated VISA library libvisa-sim does the same through zel-run, and the traffic generator
 # adds a little background load. The tool starts with tracing on; everything stops when the window
 # closes. Without a display the tool runs under a virtual X server. DEMO_TRAFFIC=0 leaves the
 # generator out.
@@ -12,8 +13,10 @@ TOOL="$BUILD/program/ZelVisaTraceTool"
 TRAFFIC="$BUILD/tools/zel-traffic"
 INSTRUMENT="$BUILD/tools/zel-instrument"
 LIBRARY="$BUILD/zeltrace/libzeltrace.so.1"
+ZELRUN="$BUILD/tools/zel-run"
+CDEMO="$BUILD/visa/demo/zel-visa-demo"
 
-for binary in "$TOOL" "$TRAFFIC" "$INSTRUMENT" "$LIBRARY"; do
+for binary in "$TOOL" "$TRAFFIC" "$INSTRUMENT" "$LIBRARY" "$ZELRUN" "$CDEMO"; do
     if [ ! -e "$binary" ]; then
         echo "run-demo: $binary is missing; run 'make build' first" >&2
         exit 1
@@ -48,6 +51,9 @@ PORT=$(sed -n 's/^listening on //p' "$PORT_FILE")
 
 PYVISA_LIBRARY=py@zeltrace ZELTRACE_LIBRARY="$LIBRARY" PYTHONPATH="$ROOT/python" PYTHONDONTWRITEBYTECODE=1 \
     "$PYTHON" "$ROOT/scripts/pyvisa-demo.py" "$PORT" >/dev/null &
+PIDS="$PIDS $!"
+
+"$ZELRUN" "$CDEMO" "$PORT" >/dev/null &
 PIDS="$PIDS $!"
 
 if [ "${DEMO_TRAFFIC:-1}" != 0 ]; then

@@ -7,19 +7,27 @@
 //   MEAS:CURR?                        +1.000000E-03
 //   SYST:ERR?                         oldest entry of the error queue, or +0,"No error"
 //   TRAC:DATA?                        IEEE 488.2 definite-length block of 16 bytes 0x00..0x0F
+//   *STB?                             status byte: 4 while the error queue holds an entry, 64 while a
+//                                     service request is pending; reading it clears the request, as a
+//                                     serial poll would
 //   SIM:DELAY <ms>                    answer every later query after <ms> milliseconds
 //   SIM:SILENT ON|OFF                 leave queries unanswered (the client times out)
+//   SIM:SRQ [<ms>]                    raise a service request after <ms> milliseconds (default 0): the
+//                                     status byte gets 64 and one byte of TCP urgent data is sent, the
+//                                     out-of-band signal libvisa-sim turns into VI_EVENT_SERVICE_REQ
 // Anything else queues -113,"Undefined header".
 
 #include <arpa/inet.h>
 #include <netinet/in.h>
 #include <netinet/tcp.h>
+#include <poll.h>
 #include <signal.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <cctype>
+#include <cerrno>
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
@@ -37,6 +45,9 @@ struct Session
     bool silent = false;
     int readings = 0;
     std::deque<std::string> errors;
+    bool serviceRequest = false;
+    // When a service request asked for by SIM:SRQ is due; the steady clock's epoch while none is.
+    std::chrono::steady_clock::time_point requestDue {};
 };
 
 std::string upper(std::string s)
@@ -88,7 +99,13 @@ std::string execute(Session& s, std::string const& command)
     }
     if (header == "*CLS") {
         s.errors.clear();
+        s.serviceRequest = false;
         return std::string();
+    }
+    if (header == "*STB?") {
+        const int status = (s.errors.empty() ? 0 : 4) | (s.serviceRequest ? 64 : 0);
+        s.serviceRequest = false;
+        return std::to_string(status) + "\n";
     }
     if (header == "MEAS:VOLT?" || header == "MEAS:VOLT:DC?" || header == "MEASURE:VOLTAGE:DC?") {
         char value[32];
@@ -114,6 +131,11 @@ std::string execute(Session& s, std::string const& command)
         s.delayMs = std::max(0L, std::strtol(argument.c_str(), nullptr, 10));
         return std::string();
     }
+    if (header == "SIM:SRQ") {
+        const long ms = std::max(0L, std::min(3600000L, std::strtol(argument.c_str(), nullptr, 10)));
+        s.requestDue = std::chrono::steady_clock::now() + std::chrono::milliseconds(ms);
+        return std::string();
+    }
     if (header == "SIM:SILENT" && (argument == "ON" || argument == "1" || argument == "OFF" || argument == "0")) {
         s.silent = argument == "ON" || argument == "1";
         return std::string();
@@ -123,6 +145,22 @@ std::string execute(Session& s, std::string const& command)
     return std::string();
 }
 
+// Raises the service request asked for by SIM:SRQ once it is due; returns how many milliseconds to
+// wait for the next command before it is (-1: none pending).
+int serviceRequestWait(Session& s)
+{
+    if (s.requestDue == std::chrono::steady_clock::time_point {})
+        return -1;
+    const auto left
+        = std::chrono::duration_cast<std::chrono::milliseconds>(s.requestDue - std::chrono::steady_clock::now());
+    if (left.count() > 0)
+        return static_cast<int>(left.count());
+    s.requestDue = {};
+    s.serviceRequest = true;
+    ::send(s.socket, "R", 1, MSG_OOB | MSG_NOSIGNAL);
+    return -1;
+}
+
 void serve(int socket)
 {
     Session s;
@@ -130,6 +168,10 @@ void serve(int socket)
     std::string pending;
     char buffer[4096];
     for (;;) {
+        pollfd readable {socket, POLLIN, 0};
+        const int ready = ::poll(&readable, 1, serviceRequestWait(s));
+        if (ready == 0 || (ready < 0 && errno == EINTR))
+            continue;
         const ssize_t n = ::recv(socket, buffer, sizeof buffer, 0);
         if (n <= 0)
             break;
