@@ -363,7 +363,7 @@ void LiveTraceModel::updateDisplayData()
         row.current = slot;
         row.ring = &localRing;
         row.entry = &e;
-        if (builder.add(rows, row, isHidden(slot)) && e.status < 0)
+        if (builder.add(rows, row, visibility(slot)) && e.status < 0)
             errorInDisplay = true;
     }
 
@@ -375,16 +375,20 @@ void LiveTraceModel::updateDisplayData()
     emit newDataCollected();
 }
 
-bool LiveTraceModel::isHidden(std::uint32_t slot)
+RowVisibility LiveTraceModel::visibility(std::uint32_t slot)
 {
     const Entry& e = localRing(slot);
-    const auto verdict = [this, &e] { return filters.isFiltered(e) || (onlyErrors && e.status >= 0); };
+    const auto verdict = [this, &e] {
+        if (filters.isFiltered(e))
+            return RowVisibility::HiddenByFilters;
+        return onlyErrors && e.status >= 0 ? RowVisibility::HiddenAsSuccess : RowVisibility::Shown;
+    };
     if (slot >= verdicts.size())
         return verdict();
     std::uint8_t& known = verdicts[slot];
     if (known == 0)
-        known = verdict() ? 2 : 1;
-    return known == 2;
+        known = static_cast<std::uint8_t>(static_cast<int>(verdict()) + 1);
+    return static_cast<RowVisibility>(known - 1);
 }
 
 void LiveTraceModel::forgetVerdicts()

@@ -5,6 +5,7 @@
 #include "RingBuffer.h"
 #include "RingBufferSharedMem.h"
 #include "RowAnnouncer.h"
+#include "RowVisibility.h"
 #include "TraceChannelControl.h"
 #include "ValueFormat.h"
 
@@ -167,7 +168,7 @@ private:
     QVariant cellText(const Row& row, int column) const;
     QVariant rowIcon(const Row& row) const;
     bool isOfCurrentCall(const Row& row) const;
-    bool isHidden(std::uint32_t slot);
+    RowVisibility visibility(std::uint32_t slot);
     bool fedByAnotherWithinTick(qint64 now);
     bool takeNewRecords();
     std::uint32_t findTakeStart(std::uint32_t readIndex, std::uint32_t writeIndex, std::uint32_t capacity) const;
@@ -211,7 +212,8 @@ private:
     Clock clock;
     std::function<void()> recordsTaken;
     std::uint64_t sequenceCounter = 0;
-    // The filter verdict of each local slot, kept until the filters change: 0 unknown, 1 shown, 2 hidden.
+    // The filter verdict of each local slot, kept until the filters change: 0 unknown, else its
+    // RowVisibility plus 1.
     std::vector<std::uint8_t> verdicts;
     // Something changed since the last display stage (records taken, options, filters).
     bool displayStale = true;

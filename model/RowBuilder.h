@@ -1,6 +1,7 @@
 #pragma once
 
 #include "LiveTraceModel.h"
+#include "RowVisibility.h"
 
 #include <QHash>
 
@@ -25,9 +26,8 @@ public:
         , onlyErrors(onlyErrors)
     { }
 
-    // Adds the row of row.entry. `hidden`: the view filters leave the record out. Returns whether a
-    // row was added for it.
-    template<class Rows> bool add(Rows& rows, Row row, bool hidden)
+    // Adds the row of row.entry. Returns whether a row was added for it.
+    template<class Rows> bool add(Rows& rows, Row row, RowVisibility visibility)
     {
         const Entry& e = *row.entry;
         row.displayKind = e.kind;
@@ -44,8 +44,17 @@ public:
         } else if (e.kind == LiveTraceModel::ReturnKind) {
             row.displayKind = LiveTraceModel::CompletedKind;
         }
-        if (hidden)
+        if (visibility == RowVisibility::HiddenAsSuccess) {
+            // Its own call record does not part a failed call from the failure before it.
+            ++successesSinceRow;
+            lastSuccess = e;
+        }
+        if (visibility != RowVisibility::Shown)
             return false;
+        const bool adjacent = successesSinceRow == 0
+            || (successesSinceRow == 1 && lastSuccess.kind == LiveTraceModel::CallKind && lastSuccess.pid == e.pid
+                && lastSuccess.id == e.id && lastSuccess.threadId == e.threadId);
+        successesSinceRow = 0;
         // With only errors shown, a call record (no status yet) is hidden like a success: its failed
         // return stands for the whole call, as it does first in an empty table, so that repeated
         // failures look alike and collapse.
@@ -54,7 +63,7 @@ public:
 
         row.repeatCount = 0;
         row.summedDuration = e.duration;
-        if (collapse && !rows.empty()) {
+        if (collapse && adjacent && !rows.empty()) {
             const Row& previous = rows.last();
             const Entry& last = *previous.entry;
             // A prefix test on purpose: the earlier text only has to begin with this one.
@@ -74,4 +83,18 @@ private:
     QHash<std::uint32_t, std::uint64_t>& firstIdByPid;
     bool collapse;
     bool onlyErrors;
+    int successesSinceRow = 0;
+    // Only the identifying fields are read: a copy of the header is enough, not the 1 KB text.
+    struct
+    {
+        std::uint32_t kind = 0, pid = 0, threadId = 0;
+        std::uint64_t id = 0;
+        void operator=(Entry const& e)
+        {
+            kind = e.kind;
+            pid = e.pid;
+            threadId = e.threadId;
+            id = e.id;
+        }
+    } lastSuccess;
 };

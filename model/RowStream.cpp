@@ -39,7 +39,7 @@ void RowStream::take(LiveTraceModel const& model)
         Entry const& e = at(n);
         Row row {};
         row.entry = const_cast<Entry*>(&e);
-        builder.add(rows, row, filters.isFiltered(e));
+        builder.add(rows, row, filters.isFiltered(e) ? RowVisibility::HiddenByFilters : RowVisibility::Shown);
     }
     nextSequence = newest + 1;
 }

@@ -302,7 +302,8 @@ TCPIP0::192.168.1.10::inst0::INSTR|2|1|6.000 ms|1.003 s|2.000 s|2.000 s)"_q,
         QTest::addColumn<bool>("collapse");
         QTest::addColumn<bool>("onlyErrors");
         QTest::addColumn<QString>("rows");
-        QTest::newRow("errors, collapsed across the hidden rows") << true << true << "3 x viRead(7)"_q;
+        // A success hidden between two failures parts them: only the two adjacent ones collapse.
+        QTest::newRow("errors, collapsed where adjacent") << true << true << "viRead(7)|2 x viRead(7)"_q;
         QTest::newRow("errors, not collapsed") << false << true << "viRead(7)|viRead(7)|viRead(7)"_q;
         QTest::newRow("all rows, collapsed") << true << false << "viRead(7)|viWrite(7)|2 x viRead(7)|viClose(7)"_q;
     }
