@@ -85,6 +85,10 @@ private slots:
             "FilterColor0=@Variant(\\0\\0\\0\\x43\\x1\\xff\\xff\\xff\\xff\\0\\0\\0\\0\\0\\0)")
                                 << true;
         QTest::newRow("plain size") << QByteArray("size=@Size(800 600)") << true;
+        // Read as a key of the group all the same, and decoded: it crashed every start.
+        QTest::newRow("empty key, forged value")
+            << QByteArray("=@Variant(\\0\\0\\0\\x7f\\0\\0\\0\\x7fQPolygon\\0\\x7f\\xff\\xff\\xff)") << false;
+        QTest::newRow("blank key") << QByteArray(" =1") << false;
     }
 
     void forgedSettingsValuesDropped()
