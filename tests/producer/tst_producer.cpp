@@ -93,35 +93,101 @@ private slots:
                  QByteArray(outcome == Outcome::Written ? text.c_str() : "none"));
     }
 
-    // Lines in the fixed format, a text without its terminator written empty; the disk is checked on the
-    // first line and then on every 10001st, and below 500 MB the file gets the message and nothing more
-    // from this process, although space comes back at once.
+    // Lines in the fixed format: TAB and double quote pass through, a text without its terminator is
+    // written empty, and the other control characters are escaped, so that a record is always one line
+    // (an instrument's reply may hold line breaks). The disk is checked on the first line and then on
+    // every 10001st, and below 500 MB the file gets the message and nothing more from this writer,
+    // although space comes back at once.
     void logFile()
     {
         PrivateSegment names(31);
         const std::string name = dir.path().toStdString() + "/full.log";
+        std::ofstream(name) << s_LogHeaderLine;
         SharedFile file(names.fileSemaphore);
         int checks = 0;
         file.setFreeSpaceQuery([&](std::string const& asked) { return ++checks == 2 || asked != name ? 499.0 : 1e6; });
         file.openFile(name);
-        const QByteArrayList texts
-            = {"viWrite(0x1, \"*IDN?\\n\", 6, 6)", "a\t\"b", "", QByteArray(int(sizeof(FullEntry::text)), 'x')};
+        const QByteArrayList texts = {"viWrite(0x1, \"*IDN?\\n\", 6, 6)", "a\t\"b", "",
+                                      QByteArray(int(sizeof(FullEntry::text)), 'x'), "1\n2\r3\x01\x7f\xe9"};
         for (int i = 0; i < 10001 + 20; ++i) {
             FullEntry entry = makeEntry(1, 100, 0, "");
-            std::memcpy(entry.text, texts[i % 4].constData(), static_cast<std::size_t>(texts[i % 4].size()));
+            std::memcpy(entry.text, texts[i % 5].constData(), static_cast<std::size_t>(texts[i % 5].size()));
+            if (i % 5 == 4)
+                std::strcpy(entry.address, "GPIB0::22\n::INSTR");
             file.write(entry);
         }
         const QByteArray text = QByteArray::fromStdString(fileText(name));
         const QByteArray fields
             = "1\t2023-11-14 22:13:21\t1.50000e+00\t100\t101\t7\tGPIB0::22::INSTR\t1.23457e-03\t0\t-1073807339\t";
-        const QByteArray head = fields + "\"viWrite(0x1, \"*IDN?\\n\", 6, 6)\"\n" + fields + "\"a\t\"b\"\n" + fields
-            + "\"\"\n" + fields + "\"\"\n";
+        const QByteArray head = s_LogHeaderLine + fields + "\"viWrite(0x1, \"*IDN?\\n\", 6, 6)\"\n" + fields
+            + "\"a\t\"b\"\n" + fields + "\"\"\n" + fields + "\"\"\n" + QByteArray(fields).replace("::22::", "::22\\n::")
+            + "\"1\\n2\\r3\\x01\\x7F\xe9\"\n";
         QCOMPARE(text.left(head.size()), head);
         QCOMPARE(QStringLiteral("%1 %2 %3").arg(checks).arg(text.count('\n')).arg(file.isDiskFull()),
-                 QStringLiteral("2 10003 1"));
+                 QStringLiteral("2 10004 1"));
         QVERIFY(text.endsWith("\"\n# Not enough disk space left. At least 5.00000e+02MB are required.\n"
                               "# To resume logging close all applications using the Zel VISA, free "
                               "disk space and restart.\n"));
+    }
+
+    // Anyone can write a name into the header: a producer appends only to a log the tool started (a
+    // regular file whose first line is the tool's header line), never makes a file, never follows a
+    // symbolic link on the way, and never hangs on a FIFO. The file named is left as it was.
+    void logFileRefused_data()
+    {
+        QTest::addColumn<QString>("kind");
+        QTest::addColumn<QString>("problem"); // empty: the line is appended
+        QTest::newRow("a log the tool started") << "log"
+                                                << "";
+        QTest::newRow("missing: never made") << "missing"
+                                             << "cannot be opened (No such file or directory)";
+        QTest::newRow("another file") << "passwd"
+                                      << "does not begin with the tool's header line";
+        QTest::newRow("empty file") << "empty"
+                                    << "does not begin with the tool's header line";
+        QTest::newRow("link to a log") << "link"
+                                       << "is a symbolic link";
+        QTest::newRow("log behind a linked folder") << "folderlink"
+                                                    << "has a symbolic link or a file among its folders";
+        QTest::newRow("FIFO") << "fifo"
+                              << "is not a regular file";
+        QTest::newRow("folder") << "folder"
+                                << "cannot be opened (Is a directory)";
+        QTest::newRow("relative name") << "relative"
+                                       << "is not an absolute path";
+    }
+
+    void logFileRefused()
+    {
+        QFETCH(QString, kind);
+        QFETCH(QString, problem);
+        PrivateSegment names(32);
+        QTemporaryDir place;
+        const QString log = place.filePath(QStringLiteral("real.log"));
+        std::ofstream(log.toStdString()) << s_LogHeaderLine;
+        std::ofstream(place.filePath(QStringLiteral("passwd")).toStdString()) << "root:x:0:0::/root:/bin/sh\n";
+        std::ofstream(place.filePath(QStringLiteral("empty")).toStdString());
+        QVERIFY(QFile::link(log, place.filePath(QStringLiteral("link"))));
+        QVERIFY(QFile::link(place.path(), place.filePath(QStringLiteral("folderlink"))));
+        QVERIFY(mkfifo(place.filePath(QStringLiteral("fifo")).toLocal8Bit().constData(), 0666) == 0);
+        QVERIFY(QDir(place.path()).mkdir(QStringLiteral("folder")));
+        const QString name = kind == QLatin1String("log") ? log
+            : kind == QLatin1String("folderlink")         ? place.filePath(QStringLiteral("folderlink/real.log"))
+            : kind == QLatin1String("relative")           ? QStringLiteral("real.log")
+                                                          : place.filePath(kind);
+        const QByteArray before = QByteArray::fromStdString(fileText(log.toStdString()));
+        SharedFile file(names.fileSemaphore);
+        file.setFreeSpaceQuery([](std::string const&) { return 1e6; });
+        file.openFile(name.toStdString());
+        QCOMPARE(file.writeWithin(makeEntry(1, 100, 0, "viWrite"), s_ProducerLockBounds), problem.isEmpty());
+        QVERIFY2(QString::fromStdString(file.openProblem()).contains(problem), file.openProblem().c_str());
+        QCOMPARE(QString::fromStdString(SharedFile::appendProblem(name.toStdString())),
+                 QString::fromStdString(file.openProblem()));
+        QCOMPARE(QFileInfo::exists(place.filePath(QStringLiteral("missing"))), false);
+        QCOMPARE(QByteArray::fromStdString(fileText(place.filePath(QStringLiteral("passwd")).toStdString())),
+                 QByteArray("root:x:0:0::/root:/bin/sh\n"));
+        QCOMPARE(QByteArray::fromStdString(fileText(log.toStdString())).size() > before.size(),
+                 kind == QLatin1String("log"));
     }
 
     void lossCounter_data()

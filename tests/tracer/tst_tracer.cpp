@@ -258,29 +258,29 @@ private slots:
         const QString name = QString::fromStdString(TestNames::sharedRingName("process"));
         RingBufferSharedMem<FullEntry> ring(name, ringBytes(10));
         QCOMPARE(ring.numberOfElements(), 10u);
-        ring.block().lock();
+        ring.lockWithin();
         for (std::uint64_t id = 1; id <= 12; ++id)
             ring.push_back(entry(id));
         ring.lastUpdate = 1234;
         ring.writeHeader();
-        ring.block().unlock();
+        ring.unlock();
 
         QVERIFY(passesInChild([&name, &ring] {
             // A forked child inherits the parent's attachment; a second copy of the tool would not.
             ring.block().detach();
             RingBufferSharedMem<FullEntry> other(name, ringBytes(50));
-            other.block().lock();
+            other.lockWithin();
             const bool ok = other.numberOfElements() == 10 && other.size() == 9 && other.attachCount == 2
                 && other.lastUpdate == 1234 && other(other.begin).id == 4 && other((other.end + 9) % 10).id == 12;
             other.pop_back();
             other.pop_back();
             other.push_back(entry(43));
-            other.block().unlock();
+            other.unlock();
             return ok;
         }));
-        ring.block().lock();
+        ring.lockWithin();
         ring.readHeader();
-        ring.block().unlock();
+        ring.unlock();
         QCOMPARE(*static_cast<const quint32*>(ring.block().constData()), 1u); // the count the child left
         QCOMPARE(ring.size(), 8u);
         QCOMPARE(QByteArray(ring((ring.end + 9) % 10).text), QByteArray("record 43"));
@@ -307,13 +307,13 @@ private slots:
         RingBufferSharedMem<FullEntry> ring(name, ringBytes(100));
         QCOMPARE(ring.numberOfElements(), std::uint32_t(slotCount));
         QVERIFY(ring.empty());
-        ring.block().lock();
+        ring.lockWithin();
         ring.push_back(entry(1));
         QCOMPARE(ring.size(), slotCount ? 1u : 0u);
         // Indices written behind our back after loading are also kept inside the block.
         std::memcpy(block.data(), &hostile, sizeof hostile);
         ring.push_back(entry(2));
-        ring.block().unlock();
+        ring.unlock();
         QCOMPARE(ring(0xFFFFFFFFu).id, slotCount ? ring(0xFFFFFFFFu % 4).id : 0u);
     }
 };
