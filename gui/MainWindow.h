@@ -20,7 +20,9 @@ namespace gui {
 
 class DetailsPane;
 class FindBar;
+class RecordFilterIndicator;
 class StatisticsPane;
+class TraceWarning;
 
 // The tool's only window: the live table, the log-file row, menus, tool bar and status bar. It owns
 // no trace data; every command goes to the application or to its model.
@@ -76,6 +78,8 @@ private:
     // Export, Open capture and About, beside the fixed actions of the form.
     void setupCaptureActions();
     void saveAnalysisSettings() const;
+    // The log name as it goes into the header: absolute, its folders without symbolic links.
+    static QString resolvedLogFile(QString const& name);
 
     std::unique_ptr<Ui_MainWindow> ui;
     TraceApplication& app;
@@ -96,6 +100,13 @@ private:
     StatisticsPane* statisticsPane = nullptr;
     FindBar* findBar = nullptr;
     QAction* onlyErrorsAction = nullptr;
+    RecordFilterIndicator* recordFilterIndicator = nullptr;
+    TraceWarning* traceWarning = nullptr;
+    // The log file the user chose in this window (typed, picked, restored from the user's settings or
+    // given on the command line: every text of the file name field but the header's), resolved. The
+    // field also shows names that another program wrote into the header; the tool writes its header
+    // only into the chosen one.
+    QString chosenLogFile;
 };
 
 } // namespace gui
