@@ -59,16 +59,21 @@ RingBufferSharedMem<FullEntry>::RingBufferSharedMem(QString const& key, int size
 
 RingBufferSharedMem<FullEntry>::~RingBufferSharedMem()
 {
-    if (!memory.isAttached())
-        return;
-    if (lockWithin()) {
-        readHeader();
-        if (attachCount > 0)
-            --attachCount;
-        writeHeader();
-        unlock();
+    if (memory.isAttached()) {
+        if (lockWithin()) {
+            readHeader();
+            if (attachCount > 0)
+                --attachCount;
+            writeHeader();
+            unlock();
+        }
+        memory.detach();
     }
-    memory.detach();
+    // Qt removes the block when the last copy detaches; its lock goes with it, as it did when Qt kept
+    // the lock, so that nothing stays behind.
+    shmid_ds state {};
+    if (shmId != -1 && shmctl(shmId, IPC_STAT, &state) != 0)
+        semaphore.remove();
 }
 
 std::uint32_t RingBufferSharedMem<FullEntry>::attachedProcesses(QString const& key)

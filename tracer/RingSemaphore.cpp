@@ -14,10 +14,8 @@
 
 namespace ZelTracer {
 
-namespace {
-
-// The key file Qt names after the key's letters and its SHA-1, in the temporary folder.
-QByteArray keyFileName(QString const& ringKey)
+// Named after the key's letters and its SHA-1.
+QByteArray RingSemaphore::keyFileName(QString const& ringKey)
 {
     QString name = QStringLiteral("qipc_systemsem_");
     for (QChar ch : ringKey) {
@@ -28,11 +26,9 @@ QByteArray keyFileName(QString const& ringKey)
     return QFile::encodeName(QDir::tempPath() + QLatin1Char('/') + name);
 }
 
-} // namespace
-
 RingSemaphore::RingSemaphore(QString const& ringKey)
+    : file(keyFileName(ringKey))
 {
-    const QByteArray file = keyFileName(ringKey);
     // As Qt makes it; a file that is there already (whoever made it) only lends its inode to ftok.
     const int fd = ::open(file.constData(), O_CREAT | O_EXCL | O_RDWR | O_CLOEXEC | O_NOFOLLOW, 0640);
     if (fd >= 0)
@@ -98,6 +94,13 @@ bool RingSemaphore::acquireWithin(LockBounds const& bounds)
 void RingSemaphore::release()
 {
     operate(1, SEM_UNDO, 0);
+}
+
+void RingSemaphore::remove()
+{
+    if (id != -1 && semctl(id, 0, IPC_RMID) == 0)
+        ::unlink(file.constData());
+    id = -1;
 }
 
 void RingSemaphore::openToAllUsers() const

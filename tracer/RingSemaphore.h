@@ -29,10 +29,18 @@ public:
     // must be the ring's lock, or a second user's tool cannot join.
     void openToAllUsers() const;
 
+    // Removes the semaphore and its key file, as Qt does when the block goes: for the last copy of the
+    // tool to leave. A copy that starts meanwhile makes them again.
+    void remove();
+
+    // The key file Qt names after the ring's key, in the temporary folder; ftok of it gives the key.
+    static QByteArray keyFileName(QString const& ringKey);
+
 private:
     bool open();
     bool operate(short change, short flags, std::int64_t timeoutNanoseconds);
 
+    QByteArray file;
     key_t key = -1;
     int id = -1;
     LockPatience patience;

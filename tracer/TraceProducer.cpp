@@ -81,6 +81,12 @@ TraceProducer::TraceProducer(int const& key, unsigned long size, std::string con
 
 TraceProducer::~TraceProducer() = default;
 
+void TraceProducer::setClock(Clock now)
+{
+    timeSource = now;
+    nextCheck.store(timeSource() + s_CheckNanoseconds, std::memory_order_relaxed);
+}
+
 void TraceProducer::setFreeSpaceQuery(SharedFile::FreeSpaceQuery query)
 {
     freeSpaceQuery = std::move(query);
@@ -204,6 +210,8 @@ void TraceProducer::writeToFile(char const* name, FullEntry const& entry)
         else
             checkFile(name, timeSource());
         done = file->writeWithin(entry, s_ProducerLockBounds);
+        if (file->isDiskFull() && diskFullSeen == 0)
+            diskFullSeen = timeSource();
     }
     if (!done)
         fileDropped.fetch_add(1, std::memory_order_relaxed);
@@ -218,8 +226,6 @@ void TraceProducer::checkFile(char const* name, std::int64_t now)
         return;
     fileCheckAfter = now + s_CheckNanoseconds;
     if (file->isDiskFull()) {
-        if (diskFullSeen == 0)
-            diskFullSeen = now;
         if (now - diskFullSeen < s_DiskRetryNanoseconds)
             return;
         diskFullSeen = 0;

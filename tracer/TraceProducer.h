@@ -73,7 +73,7 @@ public:
     void setFreeSpaceQuery(SharedFile::FreeSpaceQuery query);
     // Tests move time on instead of waiting for it; monotonic nanoseconds.
     using Clock = std::int64_t (*)();
-    void setClock(Clock now) { timeSource = now; }
+    void setClock(Clock now);
     // A forked child is a new process: its sequence starts again.
     void restartSequence() { sequence.store(0, std::memory_order_relaxed); }
 
@@ -102,7 +102,7 @@ private:
     std::unique_ptr<SharedFile> file;
     std::mutex fileMutex; // guards `file`, its name and its counters, and the two fields below
     std::int64_t fileCheckAfter = 0;
-    std::int64_t diskFullSeen = 0; // when the writer was first found stopped by a full disk, 0 if not
+    std::int64_t diskFullSeen = 0; // when the writer stopped for a full disk, 0 if it did not
     SharedFile::FreeSpaceQuery freeSpaceQuery;
     Clock timeSource;
     std::mutex checkMutex; // one thread at a time looks for replacements

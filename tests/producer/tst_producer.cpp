@@ -12,6 +12,7 @@
 #include <sys/prctl.h>
 #include <sys/stat.h>
 
+#include <algorithm>
 #include <atomic>
 #include <ctime>
 #include <thread>
@@ -247,6 +248,123 @@ private slots:
         control.copySharedMemory(true);
         QCOMPARE(QStringLiteral("%1 %2").arg(walk(control).size()).arg(producer.getFileDropped()),
                  QStringLiteral("50 50"));
+    }
+
+    // A holder of the segment lock that died: no call of a traced program waits more than a few ms (the
+    // unbounded lock took a second per call); the record is dropped and counted. Once calls have failed
+    // for as long as the self-breaking lock waits, the lock is broken, with its line, and records are
+    // written again.
+    void deadLockHolderCostsAFewMilliseconds()
+    {
+        PrivateSegment segment(44);
+        TraceChannelControl control(segment.key, s_VisaSharedMemorySize, segment.semaphore);
+        control.setTracingActive(true);
+        QVERIFY(killedHolding([&] { return (new SharedMemory(segment.key, segment.semaphore))->lock(); }));
+        TraceProducer producer(segment.key, s_VisaSharedMemorySize, segment.semaphore, segment.fileSemaphore);
+        std::int64_t longest = 0;
+        Outcome outcome = Outcome::Dropped;
+        const std::string errors = stderrOf([&] {
+            for (const std::int64_t end = monotonicNanoseconds() + 5000000000;
+                 outcome != Outcome::Written && monotonicNanoseconds() < end; usleep(1000)) {
+                const std::int64_t start = monotonicNanoseconds();
+                outcome = producer.write(makeEntry(1, 100, 0, "viWrite"));
+                longest = std::max(longest, monotonicNanoseconds() - start);
+            }
+        });
+        QCOMPARE(outcome, Outcome::Written);
+        QVERIFY2(longest < 500000000, qPrintable(QString::number(longest)));
+        QVERIFY(producer.getDropped() > 0 && producer.getSequence() == producer.getDropped() + 1);
+        QCOMPARE(QByteArray::fromStdString(errors).count("Now I am breaking it!"), 1);
+    }
+
+    // Someone removes the segment, or the lock's file, while a traced program runs; the tool follows
+    // to a new one. Within one look (200 ms, on a clock the test moves) the producer follows too: its
+    // records reach the tool again, and it honours the lock the others use. Another thread of the
+    // program goes on writing meanwhile and never finds the segment unmapped.
+    void followsReplacedSegmentAndLock_data()
+    {
+        QTest::addColumn<bool>("lockFile");
+        QTest::newRow("segment removed") << false;
+        QTest::newRow("lock file removed") << true;
+    }
+
+    void followsReplacedSegmentAndLock()
+    {
+        QFETCH(bool, lockFile);
+        static std::int64_t now = 1;
+        PrivateSegment segment(45);
+        TraceChannelControl control(segment.key, s_VisaSharedMemorySize, segment.semaphore);
+        control.setTracingActive(true);
+        TraceProducer producer(segment.key, s_VisaSharedMemorySize, segment.semaphore, segment.fileSemaphore);
+        producer.setClock([] { return now; });
+        std::atomic<bool> stop {false};
+        std::thread other([&] {
+            for (; !stop; usleep(200))
+                producer.write(makeEntry(2, 100, 0, "other thread"));
+        });
+        std::unique_ptr<SharedMemory> holder;
+        if (lockFile) {
+            TestNames::unlinkSemaphore(segment.semaphore);
+            QVERIFY(control.reopenLockIfReplaced());
+            holder = std::make_unique<SharedMemory>(segment.key, segment.semaphore);
+            QVERIFY(holder->lock());
+        } else {
+            TestNames::removeSegment(segment.key);
+            QVERIFY(control.reattachIfReplaced());
+            control.setTracingActive(true);
+        }
+        auto arrives = [&](const char* text) {
+            producer.write(makeEntry(1, 100, 0, text));
+            if (holder)
+                holder->unlock();
+            control.copySharedMemory(true);
+            const std::vector<FullEntry> records = walk(control);
+            const bool arrived = std::any_of(records.begin(), records.end(),
+                                             [text](FullEntry const& e) { return std::strcmp(e.text, text) == 0; });
+            if (holder)
+                holder->lock();
+            return arrived;
+        };
+        // Before the look the producer still writes where nobody reads, or past the lock others hold.
+        const bool before = arrives("before");
+        now += TraceProducer::s_CheckNanoseconds;
+        const Outcome after = producer.write(makeEntry(1, 100, 0, "after"));
+        stop = true;
+        other.join();
+        if (holder)
+            holder->unlock();
+        control.copySharedMemory(true);
+        QCOMPARE(before, lockFile); // written into the dead segment, or while the new lock was held
+        QCOMPARE(after, lockFile ? Outcome::Dropped : Outcome::Written);
+        QVERIFY(lockFile || arrives("after"));
+    }
+
+    // Below 500 MB free the log writer stops for good, as it must; five seconds later (on the test's
+    // clock) the producer opens a new writer, which finds the space freed and logs again. Every line
+    // not written is counted.
+    void diskFullThenFreed()
+    {
+        static std::int64_t now = 1;
+        PrivateSegment segment(48);
+        const std::string log = dir.path().toStdString() + "/disk.log";
+        TraceChannelControl control(segment.key, s_VisaSharedMemorySize, segment.semaphore);
+        control.setTracingActive(true);
+        control.settracingToFileActive(true, log);
+        TraceProducer producer(segment.key, s_VisaSharedMemorySize, segment.semaphore, segment.fileSemaphore);
+        producer.setClock([] { return now; });
+        double freeMiB = 100;
+        producer.setFreeSpaceQuery([&freeMiB](std::string const&) { return freeMiB; });
+        QStringList written;
+        for (const std::int64_t step :
+             {std::int64_t(0), std::int64_t(1000000000), TraceProducer::s_DiskRetryNanoseconds}) {
+            now += step;
+            producer.write(makeEntry(written.size() + 1, 100, 0, "viRead"));
+            written << QString::number(producer.getFileDropped());
+            freeMiB = 1e6;
+        }
+        QCOMPARE(written.join(QLatin1Char(' ')), QStringLiteral("1 2 2"));
+        const QByteArray text = QByteArray::fromStdString(fileText(log));
+        QVERIFY2(text.contains("disk space and restart.\n3\t"), text.constData());
     }
 
     void lockBreakRestoresOneHolder()
