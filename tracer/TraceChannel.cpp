@@ -29,15 +29,18 @@ int TraceChannel::currentSegmentId() const
     return shmget(segmentKey, 0, 0);
 }
 
+// The attached segment is still the one under the key, and not marked for removal.
+bool TraceChannel::isCurrent() const
+{
+    shmid_ds state {};
+    return memory.getAddress() && segmentId != -1 && shmctl(segmentId, IPC_STAT, &state) == 0
+        && !(state.shm_perm.mode & SHM_DEST) && currentSegmentId() == segmentId;
+}
+
 bool TraceChannel::reattachIfReplaced()
 {
-    if (memory.getAddress() && segmentId != -1) {
-        shmid_ds state {};
-        const bool intact = shmctl(segmentId, IPC_STAT, &state) == 0 && !(state.shm_perm.mode & SHM_DEST)
-            && currentSegmentId() == segmentId;
-        if (intact)
-            return false;
-    }
+    if (isCurrent())
+        return false;
     // Nothing attached yet (the key was taken by a segment of the wrong size, say) is retried too. The
     // old segment stays where it is until a new one takes its place, and that happens under the lock:
     // no thread of this process is then writing slots, which would end up half in each.
@@ -105,22 +108,27 @@ void TraceChannel::readSharedMemoryHeader(SharedMemoryHeader& h)
         memory.unlock();
 }
 
+// Empty too while nothing stands in the way: a removed segment not yet followed, or one that can be.
 std::string TraceChannel::segmentProblem() const
 {
-    if (memory.getAddress())
+    if (isCurrent())
         return std::string();
     const std::string name = "The trace segment " + std::to_string(segmentKey);
     const std::string removal
         = ": no calls can be traced until it is removed (ipcrm -M " + std::to_string(segmentKey) + ").";
     const int id = shmget(segmentKey, 0, 0);
     shmid_ds state {};
-    if (id == -1 && errno == EACCES)
+    if (id == -1 && errno == ENOENT)
+        return std::string();
+    if ((id == -1 || shmctl(id, IPC_STAT, &state) != 0) && errno == EACCES)
         return name + " belongs to another user and is closed to this one" + removal;
-    if (id == -1 || shmctl(id, IPC_STAT, &state) != 0)
-        return name + " cannot be created (" + std::strerror(errno) + ").";
+    if (id == -1)
+        return name + " cannot be used (" + std::strerror(errno) + ").";
     if (state.shm_segsz != segmentSize)
         return name + " has " + std::to_string(state.shm_segsz) + " bytes instead of " + std::to_string(segmentSize)
             + removal;
+    if (shmget(segmentKey, 0, 0600) != -1)
+        return std::string();
     char mode[8];
     std::snprintf(mode, sizeof mode, "%04o", static_cast<unsigned>(state.shm_perm.mode & 0777));
     return name + " cannot be attached (mode " + mode + ", owner " + std::to_string(state.shm_perm.uid) + ")" + removal;

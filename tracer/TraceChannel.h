@@ -41,8 +41,8 @@ public:
     // read or written then. lockProblem() says why, for the user.
     bool hasLock() const { return memory.hasLock(); }
     std::string const& lockProblem() const { return memory.lockProblem(); }
-    // Why no segment is attached (another one of the wrong size or closed to this user holds the
-    // key), for the user; empty while one is.
+    // Why no segment, or not the current one, is attached (another one of the wrong size or closed to
+    // this user holds the key), for the user; empty while the current one is.
     std::string segmentProblem() const;
 
 protected:
@@ -56,6 +56,7 @@ protected:
 
 private:
     int currentSegmentId() const;
+    bool isCurrent() const;
     void carryRecordFilters(SharedMemoryHeader const& old);
 
     int segmentKey;

@@ -76,6 +76,9 @@ int otherUser(int argc, char** argv)
         header->tracingToFile = std::atoi(argv[4]);
         return 0;
     }
+    if (mode == "--own-segment" && argc == 4) // a segment of this size under the key, for this user only
+        return shmget(std::atoi(argv[2]), std::strtoul(argv[3], nullptr, 10), IPC_CREAT | IPC_EXCL | 0600) != -1 ? 0
+                                                                                                                 : 1;
     if (mode == "--link" && argc == 4) // a symbolic link where this user may write
         return symlink(argv[2], argv[3]) == 0 ? 0 : 1;
     return 2;
@@ -284,6 +287,46 @@ private slots:
         QVERIFY(app.getChannelControl().isTracingToFile());
         QCOMPARE(fileBytes(chosen).count(s_LogHeaderLine), 2);
         app.stopfiletrace();
+    }
+
+    // The other user takes the key with a segment of the wrong size, closed to others. Nothing can be
+    // traced; the channel says why, the recorder refuses to start with that text, and the window shows
+    // it until the segment is gone and the tool has made its own again.
+    void foreignSegment()
+    {
+        REQUIRE_OTHER_USER();
+        PrivateSegment segment(63);
+        QCOMPARE(
+            runAsOtherUser({QStringLiteral("--own-segment"), QString::number(segment.key), QStringLiteral("4096")}), 0);
+        const QString problem
+            = QStringLiteral("The trace segment %1 has 4096 bytes instead of 2097152: no calls can be "
+                             "traced until it is removed (ipcrm -M %1).")
+                  .arg(segment.key);
+        TraceChannelControl control(segment.key, s_VisaSharedMemorySize, segment.semaphore);
+        QCOMPARE(QString::fromStdString(control.segmentProblem()), problem);
+        QProcess recorder;
+        recorder.start(QStringLiteral(ZEL_RECORD_PATH),
+                       {QStringLiteral("-o"), shared.filePath(QStringLiteral("f.csv")), QStringLiteral("--segment-key"),
+                        QString::number(segment.key), QStringLiteral("--segment-semaphore"),
+                        QString::fromStdString(segment.semaphore), QStringLiteral("--ring"),
+                        QString::fromStdString(TestNames::sharedRingName("foreign"))});
+        QVERIFY(recorder.waitForFinished(20000));
+        QCOMPARE(recorder.exitCode(), 2);
+        QCOMPARE(QString::fromLocal8Bit(recorder.readAllStandardError()),
+                 QStringLiteral("zel-record: no calls can be recorded: ") + problem + QLatin1Char('\n'));
+
+        TestNames::removeSegment(toolSegment().key);
+        QCOMPARE(runAsOtherUser(
+                     {QStringLiteral("--own-segment"), QString::number(toolSegment().key), QStringLiteral("4096")}),
+                 0);
+        emit app.tracingChanged();
+        QVERIFY2(warning().startsWith(QStringLiteral("The trace segment %1 has 4096 bytes").arg(toolSegment().key)),
+                 qPrintable(warning()));
+        QSignalSpy reattached(&app, &TraceApplication::segmentReattached);
+        TestNames::removeSegment(toolSegment().key);
+        QVERIFY(reattached.wait(10000));
+        emit app.tracingChanged();
+        QCOMPARE(warning(), QString());
     }
 
     // A zel-record killed outright leaves its record filter behind; the window shows it beside the
