@@ -1,0 +1,91 @@
+// A capture file as anyone may hand it over (an exported table, a saved view, a trace log), read as
+// "Open capture" reads it, a part at a time or the newest part. What was read is shown as the capture
+// window shows it and exported as a table; that table read back and exported again must give the same
+// text, since a table keeps every byte of every field.
+#include "CaptureExport.h"
+#include "CaptureReader.h"
+#include "FuzzSupport.h"
+#include "TraceChannelControl.h"
+
+#include <QBuffer>
+
+#include <cstdlib>
+
+namespace {
+
+struct Fixture
+{
+    Fixture()
+        : key(TestNames::segmentKey(3))
+        , semaphore(TestNames::semaphoreName("fuzzcap"))
+        , control(key, ZelTracer::s_HeaderSize + ZelTracer::s_SlotSize, semaphore)
+        , model(nullptr, control, QString::fromStdString(TestNames::sharedRingName("fuzzcap")))
+    { }
+    ~Fixture()
+    {
+        TestNames::removeSegment(key);
+        TestNames::unlinkSemaphore(semaphore);
+    }
+    static Fixture& instance()
+    {
+        FuzzSupport::application();
+        static Fixture fixture;
+        return fixture;
+    }
+
+    int key;
+    std::string semaphore;
+    ZelTracer::TraceChannelControl control;
+    LiveTraceModel model; // never started: it shows loaded records only
+};
+
+QByteArray tableOf(LiveTraceModel const& model)
+{
+    QByteArray text;
+    QBuffer out(&text);
+    out.open(QIODevice::WriteOnly);
+    capture::writeView(model, out, capture::Format::Csv);
+    return text;
+}
+
+} // namespace
+
+ZEL_FUZZ_SETUP(Fixture::instance())
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size)
+{
+    Fixture& f = Fixture::instance();
+    FuzzSupport::Input in(data, size);
+    const auto options = in.take<std::uint8_t>();
+    const auto from = in.take<std::uint16_t>();
+    QByteArray bytes = in.bytes();
+    QBuffer file(&bytes);
+    file.open(QIODevice::ReadOnly);
+    capture::Capture capture;
+    QString error;
+    const std::optional<std::uint64_t> part = options & 1 ? std::optional<std::uint64_t>(from) : std::nullopt;
+    if (!capture::CaptureReader::read(file, QStringLiteral("fuzz"), QDate(2024, 2, 29), capture, error, part))
+        return 0;
+    f.model.setCollapseSameCommands(options & 2);
+    f.model.loadRecords(capture.records);
+    for (int r = 0; r < f.model.rowCount() && r < 50; ++r) {
+        for (int c = 0; c < LiveTraceModel::ColumnCount; ++c)
+            f.model.data(f.model.index(r, c));
+    }
+
+    const QByteArray table = tableOf(f.model);
+    QByteArray copy = table;
+    QBuffer again(&copy);
+    again.open(QIODevice::ReadOnly);
+    capture::Capture back;
+    if (!capture::CaptureReader::read(again, QStringLiteral("again"), QDate(2024, 2, 29), back, error)) {
+        std::fprintf(stderr, "an exported table was refused: %s\n", qPrintable(error));
+        std::abort();
+    }
+    f.model.loadRecords(back.records);
+    if (tableOf(f.model) != table) {
+        std::fprintf(stderr, "a table read back exports another text\n");
+        std::abort();
+    }
+    return 0;
+}
