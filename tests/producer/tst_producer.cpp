@@ -138,24 +138,18 @@ private slots:
     {
         QTest::addColumn<QString>("kind");
         QTest::addColumn<QString>("problem"); // empty: the line is appended
-        QTest::newRow("a log the tool started") << "log"
-                                                << "";
-        QTest::newRow("missing: never made") << "missing"
-                                             << "cannot be opened (No such file or directory)";
-        QTest::newRow("another file") << "passwd"
-                                      << "does not begin with the tool's header line";
-        QTest::newRow("empty file") << "empty"
-                                    << "does not begin with the tool's header line";
-        QTest::newRow("link to a log") << "link"
-                                       << "is a symbolic link";
-        QTest::newRow("log behind a linked folder") << "folderlink"
-                                                    << "has a symbolic link or a file among its folders";
-        QTest::newRow("FIFO") << "fifo"
-                              << "is not a regular file";
-        QTest::newRow("folder") << "folder"
-                                << "cannot be opened (Is a directory)";
-        QTest::newRow("relative name") << "relative"
-                                       << "is not an absolute path";
+        auto row = [](const char* name, const char* kind, const char* problem) {
+            QTest::newRow(name) << QString::fromLatin1(kind) << QString::fromLatin1(problem);
+        };
+        row("a log the tool started", "log", "");
+        row("missing: never made", "missing", "cannot be opened (No such file or directory)");
+        row("another file", "passwd", "does not begin with the tool's header line");
+        row("empty file", "empty", "does not begin with the tool's header line");
+        row("link to a log", "link", "is a symbolic link");
+        row("log behind a linked folder", "folderlink", "has a symbolic link or a file among its folders");
+        row("FIFO", "fifo", "is not a regular file");
+        row("folder", "folder", "cannot be opened (Is a directory)");
+        row("relative name", "relative", "is not an absolute path");
     }
 
     void logFileRefused()
