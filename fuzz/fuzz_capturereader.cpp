@@ -1,7 +1,9 @@
 // A capture file as anyone may hand it over (an exported table, a saved view, a trace log), read as
 // "Open capture" reads it, a part at a time or the newest part. What was read is shown as the capture
-// window shows it and exported as a table; that table read back and exported again must give the same
-// text, since a table keeps every byte of every field.
+// window shows it and exported as a table; without collapsing, that table read back and exported again
+// must give the same text, since a table keeps every byte of every field. (With collapsing, a return
+// that pairs with a collapsed row of calls takes the row's other calls with it, as the live view does,
+// so a second export can hold fewer records.)
 #include "CaptureExport.h"
 #include "CaptureReader.h"
 #include "FuzzSupport.h"
@@ -73,6 +75,8 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
             f.model.data(f.model.index(r, c));
     }
 
+    if (options & 2)
+        return 0;
     const QByteArray table = tableOf(f.model);
     QByteArray copy = table;
     QBuffer again(&copy);
@@ -83,8 +87,10 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
         std::abort();
     }
     f.model.loadRecords(back.records);
-    if (tableOf(f.model) != table) {
-        std::fprintf(stderr, "a table read back exports another text\n");
+    const QByteArray second = tableOf(f.model);
+    if (second != table) {
+        std::fprintf(stderr, "a table read back exports another text:\n%s\nthen:\n%s\n", table.constData(),
+                     second.constData());
         std::abort();
     }
     return 0;
