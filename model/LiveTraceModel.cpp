@@ -424,9 +424,10 @@ void LiveTraceModel::clear()
     rowsInvalidated = true;
     // Only what arrives from now on is taken; the shared ring stays, the other copies use it.
     if (sharedRing) {
+        // Read unlocked if another process keeps the lock: the newest record is wanted either way.
         SharedRingLocker ringLocker(*sharedRing);
         sharedRing->readHeader();
-        if (ringLocker.isLocked() && !sharedRing->empty()) {
+        if (!sharedRing->empty()) {
             lastTakenIndex = previous(sharedRing->end, sharedRing->numberOfElements());
             lastTakenEntry = (*sharedRing)(lastTakenIndex);
             takenAny = true;
