@@ -20,6 +20,8 @@ void ExternalEvents::announce()
 
 void ExternalEvents::timerHit()
 {
+    // This monitor has a lock of its own; it must not stay on a lock file that was removed.
+    channelControl.reopenLockIfReplaced();
     const bool active = channelControl.tracingActive();
     const bool toFile = channelControl.isTracingToFile();
     if (active != lastActive) {

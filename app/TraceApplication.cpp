@@ -29,8 +29,11 @@ TraceApplication::TraceApplication(int& argc, char** argv, TraceEndpoints endpoi
 
 // Anyone may remove the trace segment; producers then create a fresh one with tracing off and
 // nobody would read it. The tool follows to the new segment and switches on there what it had on.
+// A removed lock file is followed the same way. Recording goes on only into the log this tool
+// started: a name that another program wrote into the old header gets no header from this tool.
 void TraceApplication::watchSegment()
 {
+    channelControl.reopenLockIfReplaced();
     const bool wasTracing = model.isRunning();
     const bool wasRecording = channelControl.isTracingToFile();
     const std::string logFile = channelControl.getFileName();
@@ -38,7 +41,7 @@ void TraceApplication::watchSegment()
         return;
     if (wasTracing)
         channelControl.setTracingActive(true);
-    if (wasRecording)
+    if (wasRecording && logFile == startedLogFile)
         channelControl.settracingToFileActive(true, logFile);
     emit segmentReattached();
     emit tracingChanged();
@@ -69,6 +72,7 @@ void TraceApplication::stoptrace()
 
 void TraceApplication::startfiletrace(std::string const& filename)
 {
+    startedLogFile = filename;
     channelControl.settracingToFileActive(true, filename);
     emit tracingChanged();
 }

@@ -32,6 +32,9 @@ public:
     LiveTraceModel& getModel() { return model; }
     ZelTracer::TraceChannelControl& getChannelControl() { return channelControl; }
     TraceEndpoints const& getEndpoints() const { return endpoints; }
+    // The log this tool last started (startfiletrace); a name in the header that differs was set by
+    // another program, and this tool writes nothing there.
+    std::string const& getStartedLogFile() const { return startedLogFile; }
 
     void setDisplayPause(bool pause);
     void saveBufferToFile(QString fileName);
@@ -61,6 +64,7 @@ private:
 
     TraceEndpoints endpoints;
     ZelTracer::ToolPresence presence;
+    std::string startedLogFile;
     ZelTracer::TraceChannelControl channelControl;
     LiveTraceModel model;
     QTimer segmentWatch;

@@ -93,10 +93,10 @@ struct Pipeline
 
     void push(std::uint64_t count)
     {
-        peer->block().lock();
+        peer->lockWithin();
         for (std::uint64_t i = 0; i < count; ++i)
             peer->push_back(streamRecord(next++));
-        peer->block().unlock();
+        peer->unlock();
     }
 
     PrivateSegment segment;

@@ -73,20 +73,20 @@ struct Pipeline
 
     void pushShared(std::uint64_t count)
     {
-        peer->block().lock();
+        peer->lockWithin();
         for (std::uint64_t i = 0; i < count; ++i)
             peer->push_back(streamRecord(next++));
-        peer->block().unlock();
+        peer->unlock();
     }
 
     // The shared stage feeds the ring at most once per tick; pretend the last feed was long ago.
     void expireSharedTick()
     {
-        peer->block().lock();
+        peer->lockWithin();
         peer->readHeader();
         peer->lastUpdate = 0;
         peer->writeHeader();
-        peer->block().unlock();
+        peer->unlock();
     }
 
     // Fills the local and display rings to their capacity.

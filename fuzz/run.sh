@@ -8,7 +8,7 @@ build=$1
 seconds=${2:-60}
 shift $(( $# >= 2 ? 2 : $# ))
 here=$(cd "$(dirname "$0")" && pwd)
-targets=${*:-"segment sharedring viewfilter valueformat settings zelvisa visasim"}
+targets=${*:-"segment sharedring viewfilter valueformat settings zelvisa visasim capturereader recordoptions pyvisatext"}
 
 export QT_QPA_PLATFORM=offscreen
 export LSAN_OPTIONS="suppressions=$here/lsan.supp"
@@ -19,11 +19,23 @@ for t in $targets; do
     case $t in
         segment) maxlen=14600 ;;
         sharedring) maxlen=49400 ;;
+        capturereader) maxlen=20000 ;;
         *) maxlen=4096 ;;
     esac
     work="$build/fuzz-work/$t"
     mkdir -p "$work/corpus" "$work/findings"
     echo "== fuzz_$t for ${seconds}s"
+    if [ "$t" = pyvisatext ]; then
+        # Python, not libFuzzer: random cases from a fresh seed, which a failure prints.
+        if PYTHONPATH="$here/../python" /usr/bin/python3 "$here/fuzz_pyvisa_text.py" "$seconds" >"$work/log.txt" 2>&1; then
+            cat "$work/log.txt"
+        else
+            echo "!! fuzz_$t found a fault; log: $work/log.txt"
+            tail -1 "$work/log.txt"
+            status=1
+        fi
+        continue
+    fi
     if "$build/fuzz/fuzz_$t" -max_total_time="$seconds" -max_len="$maxlen" -timeout=10 -rss_limit_mb=3072 \
         -print_final_stats=1 -artifact_prefix="$work/findings/" "$work/corpus" "$here/corpus/$t" \
         >"$work/log.txt" 2>&1; then

@@ -8,10 +8,12 @@
 #include "FindBar.h"
 #include "FollowNewest.h"
 #include "LossIndicator.h"
+#include "RecordFilterIndicator.h"
 #include "SettingsGuard.h"
 #include "SettingsKeys.h"
 #include "TraceApplication.h"
 #include "TraceTableArea.h"
+#include "TraceWarning.h"
 #include "ViewFilterDialog.h"
 #include "WindowPlacement.h"
 #include "ZelVersion.h"
@@ -101,10 +103,6 @@ MainWindow::MainWindow(QWidget* parent, TraceApplication& app)
     ui->liveView->setFocus();
     // Takes over a tracing or recording state that another program set before this tool started.
     externalEvents.emitSignals();
-    // Without a valid segment lock nothing can be traced; say so instead of showing an idle view.
-    if (!app.getChannelControl().hasLock())
-        statusBar()->showMessage(tr("The trace segment's lock is not usable (%1): no calls can be traced.")
-                                     .arg(QString::fromStdString(app.getChannelControl().lockProblem())));
 }
 
 MainWindow::~MainWindow()
@@ -138,6 +136,11 @@ void MainWindow::setupUi()
     statusBar()->addWidget(statusLabel.get(), 0);
     lossIndicator = new LossIndicator(this);
     statusBar()->addPermanentWidget(lossIndicator);
+    // Beside the status text, which keeps its fixed segments: what would otherwise go unsaid.
+    recordFilterIndicator = new RecordFilterIndicator(app, this);
+    statusBar()->addPermanentWidget(recordFilterIndicator);
+    traceWarning = new TraceWarning(app, this);
+    statusBar()->addPermanentWidget(traceWarning);
     // The table with its row header, model, panes and analysis, as every capture window has it too.
     area = std::make_unique<TraceTableArea>(*this, *ui->liveView, app.getModel());
     analysisMenu = menuBar()->addMenu(tr("&Analysis"));
@@ -193,6 +196,8 @@ void MainWindow::setupConnections()
     connect(ui->viewlogfileButton, &QToolButton::clicked, this, &MainWindow::viewLogFile);
     connect(ui->deleteLogFileButton, &QToolButton::clicked, this, &MainWindow::delLogFile);
     connect(ui->editFilename, &QLineEdit::editingFinished, this, &MainWindow::logFileeditingFinished);
+    connect(ui->editFilename, &QLineEdit::textChanged, this,
+            [this](QString const& text) { chosenLogFile = resolvedLogFile(text); });
 }
 
 // File recording is requested before the live trace starts, so that the first records of the trace
@@ -250,8 +255,11 @@ void MainWindow::updateMenuItemsStatus()
                                             : QStringLiteral(":/icons/Filter_akt4d09c69b9ee49.ico")));
 
     // Latin-1 on the way back, as the name has always been shown; a name beyond ASCII shows altered.
-    if (control.isTracingToFile())
+    // The name comes from the header, which anyone can write: it is not taken as chosen here.
+    if (control.isTracingToFile()) {
+        const QSignalBlocker notChosen(ui->editFilename);
         ui->editFilename->setText(QDir::toNativeSeparators(QString::fromLatin1(control.getFileName().c_str())));
+    }
 
     updateStatusBar();
 }
@@ -278,6 +286,8 @@ void MainWindow::updateStatusBar()
     else
         text += QStringLiteral("%1 entries|").arg(rows);
     statusLabel->setText(text);
+    recordFilterIndicator->refresh();
+    traceWarning->refresh();
 }
 
 void MainWindow::pauseChanged(bool checked)
@@ -452,12 +462,30 @@ void MainWindow::logFileeditingFinished()
         ui->editFilename->setText(getDefaultSaveFilename());
 }
 
-// The producers create the file; only the folder it goes into must already exist.
+// The traced programs run in other folders, so a relative name is made absolute before it reaches
+// the header, and they refuse a symbolic link on the way, so the folders are resolved too.
+QString MainWindow::resolvedLogFile(QString const& name)
+{
+    const QFileInfo file(name);
+    const QString folder = file.absoluteDir().canonicalPath();
+    return folder.isEmpty() ? file.absoluteFilePath() : QDir(folder).filePath(file.fileName());
+}
+
+// The tool writes the header, which makes the file; only the folder it goes into must already exist.
+// The field also shows names that another program wrote into the header (anyone can): such a name
+// was not chosen here, and this tool writes nothing there.
 void MainWindow::startFileTracing()
 {
     const QString name = ui->editFilename->text();
+    if (!name.isEmpty() && resolvedLogFile(name) != chosenLogFile) {
+        statusBar()->showMessage(tr("Recording to file not started: \"%1\" was named by another program, not "
+                                    "chosen in this window.")
+                                     .arg(name),
+                                 10000);
+        return;
+    }
     if (!name.isEmpty() && QFileInfo(name).absoluteDir().exists()) {
-        app.startfiletrace(name.toUtf8().toStdString());
+        app.startfiletrace(resolvedLogFile(name).toUtf8().toStdString());
         return;
     }
     QMessageBox::critical(this, QStringLiteral("Invalid filename"),
@@ -541,7 +569,10 @@ void MainWindow::saveWindowSettings() const
     QSettings settings;
     settings.beginGroup(key(SettingsKeys::s_MainWindowGroup));
     savePlacement(*this, settings);
-    settings.setValue(key(SettingsKeys::s_SaveFilename), ui->editFilename->text());
+    // A name another program put into the field is not kept as the user's choice.
+    settings.setValue(key(SettingsKeys::s_SaveFilename),
+                      resolvedLogFile(ui->editFilename->text()) == chosenLogFile ? ui->editFilename->text()
+                                                                                 : chosenLogFile);
     settings.setValue(key(SettingsKeys::s_ScrollToBottom), scrollToBottom);
     settings.setValue(key(SettingsKeys::s_PauseOnError), ui->actionPauseOnError->isChecked());
     settings.setValue(key(SettingsKeys::s_CollapseCommands), model.isCollapseSameCommands());

@@ -18,6 +18,9 @@ class Ui_MainWindow;
 
 namespace gui {
 
+class RecordFilterIndicator;
+class TraceWarning;
+
 // The tool's only window: the live table, the log-file row, menus, tool bar and status bar. It owns
 // no trace data; every command goes to the application or to its model.
 class MainWindow : public QMainWindow
@@ -68,6 +71,8 @@ private:
     // Export, Open capture and About, beside the fixed actions of the form.
     void setupCaptureActions();
     void saveAnalysisSettings() const;
+    // The log name as it goes into the header: absolute, its folders without symbolic links.
+    static QString resolvedLogFile(QString const& name);
 
     std::unique_ptr<Ui_MainWindow> ui;
     TraceApplication& app;
@@ -87,6 +92,13 @@ private:
     std::unique_ptr<class TraceTableArea> area;
     std::unique_ptr<class FollowNewest> follow;
     QAction* keepWhilePaused = nullptr;
+    RecordFilterIndicator* recordFilterIndicator = nullptr;
+    TraceWarning* traceWarning = nullptr;
+    // The log file the user chose in this window (typed, picked, restored from the user's settings or
+    // given on the command line: every text of the file name field but the header's), resolved. The
+    // field also shows names that another program wrote into the header; the tool writes its header
+    // only into the chosen one.
+    QString chosenLogFile;
 };
 
 } // namespace gui

@@ -65,8 +65,11 @@ void dropForeignVariants(QString const& fileName)
         while (entry.trimmed().endsWith('\\') && !file.atEnd())
             entry += file.readLine(1 << 20);
         const int equals = entry.indexOf('=');
-        const QString value = equals > 0 ? unescaped(entry.mid(equals + 1).trimmed()) : QString();
-        if (value.contains(QLatin1String("@Variant(")) && !isColorVariant(value)) {
+        const QString value = equals >= 0 ? unescaped(entry.mid(equals + 1).trimmed()) : QString();
+        // Qt never writes an empty key, and reads one as a key of its group whose forged value it
+        // decodes all the same: such a line goes whatever it holds.
+        const bool emptyKey = equals >= 0 && entry.left(equals).trimmed().isEmpty();
+        if (emptyKey || (value.contains(QLatin1String("@Variant(")) && !isColorVariant(value))) {
             dropped = true;
             continue;
         }

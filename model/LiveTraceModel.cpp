@@ -23,23 +23,25 @@ namespace {
 constexpr int s_InitialRecordCapacity = 10000;
 constexpr int s_InitialRowCapacity = 100;
 
-// Holds the shared ring's cross-process lock for one batch of operations.
+// Holds the shared ring's cross-process lock for one batch of operations. The wait is bounded by one
+// tick: a lock that another process keeps skips the batch instead of freezing the window, and the
+// ring's semaphore repairs itself when it stays taken (RingSemaphore).
 class SharedRingLocker
 {
 public:
-    explicit SharedRingLocker(QSharedMemory& block)
-        : block(block)
-        , locked(block.lock())
+    explicit SharedRingLocker(ZelTracer::RingBufferSharedMem<ZelTracer::FullEntry>& ring)
+        : ring(ring)
+        , locked(ring.lockWithin())
     { }
     ~SharedRingLocker()
     {
         if (locked)
-            block.unlock();
+            ring.unlock();
     }
     bool isLocked() const { return locked; }
 
 private:
-    QSharedMemory& block;
+    ZelTracer::RingBufferSharedMem<ZelTracer::FullEntry>& ring;
     bool locked;
 };
 
@@ -175,7 +177,9 @@ void LiveTraceModel::updateSharedData()
     QMutexLocker locker(&s_mutex);
     if (!sharedRing)
         return;
-    SharedRingLocker ringLocker(sharedRing->block());
+    SharedRingLocker ringLocker(*sharedRing);
+    if (!ringLocker.isLocked())
+        return;
     const qint64 now = clock();
     sharedRing->readHeader();
     if (fedByAnotherWithinTick(now))
@@ -251,7 +255,9 @@ bool LiveTraceModel::takeNewRecords()
     QMutexLocker locker(&s_mutex);
     if (!sharedRing)
         return false;
-    SharedRingLocker ringLocker(sharedRing->block());
+    SharedRingLocker ringLocker(*sharedRing);
+    if (!ringLocker.isLocked())
+        return false;
     sharedRing->readHeader();
     const std::uint32_t capacity = sharedRing->numberOfElements();
     if (capacity == 0)
@@ -434,7 +440,8 @@ void LiveTraceModel::clear()
     announcer.invalidate();
     // Only what arrives from now on is taken; the shared ring stays, the other copies use it.
     if (sharedRing) {
-        SharedRingLocker ringLocker(sharedRing->block());
+        // Read unlocked if another process keeps the lock: the newest record is wanted either way.
+        SharedRingLocker ringLocker(*sharedRing);
         sharedRing->readHeader();
         if (!sharedRing->empty()) {
             lastTakenIndex = previous(sharedRing->end, sharedRing->numberOfElements());
@@ -546,7 +553,9 @@ std::set<std::uint32_t> LiveTraceModel::getPids()
     QMutexLocker locker(&s_mutex);
     if (!sharedRing)
         return pids;
-    SharedRingLocker ringLocker(sharedRing->block());
+    SharedRingLocker ringLocker(*sharedRing);
+    if (!ringLocker.isLocked())
+        return pids;
     sharedRing->readHeader();
     const std::uint32_t capacity = sharedRing->numberOfElements();
     for (std::uint32_t i = sharedRing->begin; i != sharedRing->end; i = (i + 1) % capacity)
@@ -563,10 +572,12 @@ bool LiveTraceModel::detachSharedRingBuffer()
         return false;
     std::uint32_t remaining = 0;
     {
-        SharedRingLocker ringLocker(block);
+        // Without the lock the kernel's count, which readHeader() takes, still says who remains.
+        SharedRingLocker ringLocker(*sharedRing);
         sharedRing->readHeader();
         remaining = --sharedRing->attachCount;
-        sharedRing->writeHeader();
+        if (ringLocker.isLocked())
+            sharedRing->writeHeader();
     }
     block.detach();
     // The ring is gone for this copy; its destructor finds it detached and does not count again.

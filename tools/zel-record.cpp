@@ -8,11 +8,11 @@
 #include "ModelFilters.h"
 #include "RowStream.h"
 #include "ToolPresence.h"
+#include "RecordOptions.h"
 #include "TraceChannelControl.h"
 #include "UnixSignalQuit.h"
 #include "ZelVersion.h"
 
-#include <QCommandLineParser>
 #include <QCoreApplication>
 #include <QElapsedTimer>
 #include <QFile>
@@ -21,130 +21,19 @@
 #include <unistd.h>
 
 #include <cstdio>
-#include <limits>
 #include <optional>
 
 namespace {
-
-struct Options
-{
-    QString output;
-    capture::Format format = capture::Format::Csv;
-    double duration = 0;
-    std::uint64_t count = 0;
-    QString viewFilter;
-    std::optional<unsigned> pid;
-    std::optional<QString> message;
-    bool quiet = false;
-    int key = ZelTracer::s_VisaSharedMemoryKey;
-    std::string semaphore = ZelTracer::s_SharedMemoryMutexName;
-    QString ring = LiveTraceModel::defaultSharedRingName();
-};
 
 void fail(QString const& text)
 {
     std::fprintf(stderr, "zel-record: %s\n", qUtf8Printable(text));
 }
 
-// Usage errors end the program with 1, as QCommandLineParser does for unknown options.
-std::optional<Options> parse(QCoreApplication const& app)
-{
-    QCommandLineParser parser;
-    parser.setApplicationDescription(QStringLiteral(
-        "Records the VISA calls of every traced process into a file, without a window.\n"
-        "Stops after --duration or --count, or on Ctrl+C, SIGTERM or SIGHUP, and always writes a complete "
-        "file.\nTracing is switched on if it is off, and then off again at the end unless another copy of "
-        "the tool is running."));
-    parser.addHelpOption();
-    parser.addVersionOption();
-    const QCommandLineOption output({QStringLiteral("o"), QStringLiteral("output")},
-                                    QStringLiteral("The file to write (replaced if it exists)."),
-                                    QStringLiteral("file"));
-    const QCommandLineOption format(QStringLiteral("format"),
-                                    QStringLiteral("csv, text (as \"Save view\") or timeline (Trace Event JSON for "
-                                                   "Perfetto and chrome://tracing). Default: from the file "
-                                                   "suffix (.csv, .json, else text)."),
-                                    QStringLiteral("format"));
-    const QCommandLineOption duration(QStringLiteral("duration"), QStringLiteral("Stop after this many seconds."),
-                                      QStringLiteral("seconds"));
-    const QCommandLineOption count(QStringLiteral("count"), QStringLiteral("Stop after this many rows."),
-                                   QStringLiteral("n"));
-    const QCommandLineOption viewFilter(QStringLiteral("view-filter"),
-                                        QStringLiteral("Keep only the rows these view filters show (a *.viewfilter "
-                                                       "file saved by the window)."),
-                                        QStringLiteral("file"));
-    const QCommandLineOption pid(QStringLiteral("pid"),
-                                 QStringLiteral("Record filter: only this process (0 = every process). Set for "
-                                                "every copy of the tool, as the window's record filter is."),
-                                 QStringLiteral("pid"));
-    const QCommandLineOption message(QStringLiteral("message"),
-                                     QStringLiteral("Record filter: only calls whose text contains this."),
-                                     QStringLiteral("text"));
-    const QCommandLineOption quiet({QStringLiteral("q"), QStringLiteral("quiet")},
-                                   QStringLiteral("No progress line and no summary."));
-    // Private segment, semaphore and ring, so that tests never meet a user's tool.
-    QCommandLineOption key(QStringLiteral("segment-key"), QStringLiteral("For tests."), QStringLiteral("key"));
-    QCommandLineOption semaphore(QStringLiteral("segment-semaphore"), QStringLiteral("For tests."),
-                                 QStringLiteral("name"));
-    QCommandLineOption ring(QStringLiteral("ring"), QStringLiteral("For tests."), QStringLiteral("name"));
-    for (QCommandLineOption* hidden : {&key, &semaphore, &ring})
-        hidden->setFlags(QCommandLineOption::HiddenFromHelp);
-    parser.addOptions({output, format, duration, count, viewFilter, pid, message, quiet, key, semaphore, ring});
-    parser.process(app);
-
-    Options o;
-    if (!parser.isSet(output)) {
-        fail(QStringLiteral("no output file; see --help"));
-        return std::nullopt;
-    }
-    o.output = parser.value(output);
-    o.format = capture::formatForFileName(o.output);
-    if (parser.isSet(format)) {
-        const auto f = capture::formatForName(parser.value(format));
-        if (!f) {
-            fail(QStringLiteral("unknown format \"%1\"; use csv, text or timeline").arg(parser.value(format)));
-            return std::nullopt;
-        }
-        o.format = *f;
-    }
-    bool good = true;
-    if (parser.isSet(duration)) {
-        o.duration = parser.value(duration).toDouble(&good);
-        // A timer counts milliseconds in an int: up to 24 days.
-        good = good && o.duration > 0 && o.duration <= std::numeric_limits<int>::max() / 1000.0;
-    }
-    if (good && parser.isSet(count)) {
-        o.count = parser.value(count).toULongLong(&good);
-        good = good && o.count > 0;
-    }
-    if (good && parser.isSet(pid))
-        o.pid = parser.value(pid).toUInt(&good);
-    if (good && parser.isSet(key))
-        o.key = parser.value(key).toInt(&good, 0);
-    if (!good) {
-        fail(QStringLiteral("--duration (at most 24 days), --count, --pid and --segment-key take positive numbers"));
-        return std::nullopt;
-    }
-    if (parser.isSet(message)) {
-        o.message = parser.value(message);
-        if (o.message->toLocal8Bit().size() > 255) {
-            fail(QStringLiteral("--message takes at most 255 characters"));
-            return std::nullopt;
-        }
-    }
-    o.viewFilter = parser.value(viewFilter);
-    o.quiet = parser.isSet(quiet);
-    if (parser.isSet(semaphore))
-        o.semaphore = parser.value(semaphore).toStdString();
-    if (parser.isSet(ring))
-        o.ring = parser.value(ring);
-    return o;
-}
-
 class Recorder : public QObject
 {
 public:
-    Recorder(Options const& options, ZelTracer::TraceChannelControl& control, LiveTraceModel& model, QFile& file,
+    Recorder(RecordOptions const& options, ZelTracer::TraceChannelControl& control, LiveTraceModel& model, QFile& file,
              ModelFilters const& viewFilters)
         : options(options)
         , control(control)
@@ -164,8 +53,10 @@ public:
     // Returns false when recording could not start; the reason has been printed.
     bool start()
     {
-        if (!control.hasLock()) {
-            fail(QStringLiteral("no calls can be recorded: %1").arg(QString::fromStdString(control.lockProblem())));
+        // A foreign segment of the wrong size or mode under the key would record nothing, silently.
+        const std::string problem = control.hasLock() ? control.segmentProblem() : control.lockProblem();
+        if (!problem.empty()) {
+            fail(QStringLiteral("no calls can be recorded: %1").arg(QString::fromStdString(problem)));
             return false;
         }
         ZelTracer::SharedMemoryHeader before {};
@@ -275,7 +166,7 @@ private:
             control.setMessageFilter(previousMessage);
     }
 
-    Options const& options;
+    RecordOptions const& options;
     // Counted among the copies of the tool from the start, like a window.
     ZelTracer::ToolPresence presence {options.ring.toStdString()};
     ZelTracer::TraceChannelControl& control;
@@ -301,9 +192,14 @@ int main(int argc, char** argv)
     QCoreApplication app(argc, argv);
     QCoreApplication::setApplicationName(QStringLiteral("zel-record"));
     QCoreApplication::setApplicationVersion(QLatin1String(ZelTracer::s_VersionString));
-    const std::optional<Options> options = parse(app);
-    if (!options)
-        return 1;
+    const RecordCommandLine commandLine = RecordCommandLine::parse(QCoreApplication::arguments());
+    if (!commandLine.options) {
+        std::fputs(qUtf8Printable(commandLine.output), stdout);
+        if (!commandLine.error.isEmpty())
+            fail(commandLine.error);
+        return commandLine.exitCode;
+    }
+    const std::optional<RecordOptions>& options = commandLine.options;
 
     ModelFilters filters;
     if (!options->viewFilter.isEmpty()) {

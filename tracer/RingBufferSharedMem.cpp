@@ -1,11 +1,8 @@
 #include "RingBufferSharedMem.h"
 
-#include <QCryptographicHash>
-#include <QDir>
 #include <QFile>
 
 #include <sys/ipc.h>
-#include <sys/sem.h>
 #include <sys/shm.h>
 
 #include <algorithm>
@@ -18,30 +15,24 @@ namespace ZelTracer {
 
 namespace {
 
-// Where Qt keeps the System V objects behind a named block: ftok of a key file in the temporary
-// folder, named after the key's letters and its SHA-1.
-key_t qtIpcKey(QString const& key, QLatin1String prefix)
-{
-    QString name = prefix;
-    for (QChar ch : key) {
-        if ((ch >= QLatin1Char('a') && ch <= QLatin1Char('z')) || (ch >= QLatin1Char('A') && ch <= QLatin1Char('Z')))
-            name += ch;
-    }
-    name += QLatin1String(QCryptographicHash::hash(key.toUtf8(), QCryptographicHash::Sha1).toHex());
-    return ftok(QFile::encodeName(QDir::tempPath() + QLatin1Char('/') + name).constData(), 'Q');
-}
-
 int shmIdOf(QSharedMemory const& memory)
 {
     const key_t key = ftok(QFile::encodeName(memory.nativeKey()).constData(), 'Q');
     return key == -1 ? -1 : shmget(key, 0, 0);
 }
 
+// Qt's own name for the block's System V key file.
+QString nativeKeyOf(QString const& key)
+{
+    return QSharedMemory(key).nativeKey();
+}
+
 } // namespace
 
 RingBufferSharedMem<FullEntry>::RingBufferSharedMem(QString const& key, int size)
-    : memory(key)
+    : semaphore(key)
 {
+    memory.setNativeKey(nativeKeyOf(key));
     const bool attached = memory.attach(QSharedMemory::ReadWrite);
     if (!attached && (!memory.create(size, QSharedMemory::ReadWrite) || !memory.data()))
         throw std::bad_alloc();
@@ -51,31 +42,38 @@ RingBufferSharedMem<FullEntry>::RingBufferSharedMem(QString const& key, int size
     // after it.
     const qint64 usable = std::min<qint64>(memory.size(), s_MaxBlockSize);
     capacity = usable > s_HeaderSize ? static_cast<std::uint32_t>((usable - s_HeaderSize) / sizeof(FullEntry)) : 0;
-    if (memory.size() < s_HeaderSize || !memory.lock())
+    if (!attached)
+        openToAllUsers();
+    // Without the lock within one tick the count stays as it is: the kernel's count repairs it.
+    if (memory.size() < s_HeaderSize || !lockWithin())
         return;
     if (attached) {
         loadHeader(false);
         // The kernel's count includes this copy already; the header's is only the fallback.
         const std::uint32_t processes = attachedProcesses();
         attachCount = processes != 0 ? processes : attachCount + 1;
-    } else {
-        // The lock above made the block's semaphore exist; both may be opened to every user now.
-        openToAllUsers();
     }
     writeHeader();
-    memory.unlock();
+    unlock();
 }
 
 RingBufferSharedMem<FullEntry>::~RingBufferSharedMem()
 {
-    if (memory.isAttached() && memory.lock()) {
-        readHeader();
-        if (attachCount > 0)
-            --attachCount;
-        writeHeader();
-        memory.unlock();
+    if (memory.isAttached()) {
+        if (lockWithin()) {
+            readHeader();
+            if (attachCount > 0)
+                --attachCount;
+            writeHeader();
+            unlock();
+        }
         memory.detach();
     }
+    // Qt removes the block when the last copy detaches; its lock goes with it, as it did when Qt kept
+    // the lock, so that nothing stays behind.
+    shmid_ds state {};
+    if (shmId != -1 && shmctl(shmId, IPC_STAT, &state) != 0)
+        semaphore.remove();
 }
 
 std::uint32_t RingBufferSharedMem<FullEntry>::attachedProcesses(QString const& key)
@@ -105,13 +103,7 @@ void RingBufferSharedMem<FullEntry>::openToAllUsers() const
         state.shm_perm.mode = (state.shm_perm.mode & ~0777u) | 0666;
         shmctl(shmId, IPC_SET, &state);
     }
-    const key_t semKey = qtIpcKey(memory.key(), QLatin1String("qipc_systemsem_"));
-    const int semId = semKey == -1 ? -1 : semget(semKey, 1, 0);
-    semid_ds semState {};
-    if (semId != -1 && semctl(semId, 0, IPC_STAT, &semState) == 0) {
-        semState.sem_perm.mode = (semState.sem_perm.mode & ~0777u) | 0666;
-        semctl(semId, 0, IPC_SET, &semState);
-    }
+    semaphore.openToAllUsers();
 }
 
 FullEntry* RingBufferSharedMem<FullEntry>::slotArray() const

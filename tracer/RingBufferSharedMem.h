@@ -1,6 +1,8 @@
 #pragma once
 
+#include "LockPatience.h"
 #include "RingBuffer.h"
+#include "RingSemaphore.h"
 #include "TraceRecord.h"
 
 #include <QSharedMemory>
@@ -22,7 +24,9 @@ template<class T> class RingBufferSharedMem;
 //       16      8  lastUpdate   (ms since the epoch of the last copy from the trace segment)
 //       24  n*1232 the slots
 // Apart from construction and destruction no member takes the block's lock: callers hold
-// block().lock() around each batch of operations.
+// lockWithin() around each batch of operations. The block is opened by its native key, so that Qt
+// never takes the lock itself (its waits have no limit); the lock is the semaphore Qt would use, so
+// that copies of the tool that lock through Qt still exclude this one.
 template<> class RingBufferSharedMem<FullEntry> : public RingBuffer<FullEntry>
 {
 public:
@@ -39,6 +43,10 @@ public:
     FullEntry const& operator()(unsigned int i) const override;
 
     QSharedMemory& block() { return memory; }
+    // Waits at most the bounds (one tick of the tool's timer); false when the lock was not had, and
+    // the batch is then skipped.
+    bool lockWithin(LockBounds const& bounds = s_ToolLockBounds) { return semaphore.acquireWithin(bounds); }
+    void unlock() { semaphore.release(); }
     void readHeader();
     void writeHeader() const;
     // How many processes are attached to the block of that name now, as the kernel counts them
@@ -73,6 +81,7 @@ private:
     void loadHeader(bool repairCount);
 
     QSharedMemory memory;
+    RingSemaphore semaphore;
     int shmId = -1; // the kernel's id of the block, for its count of attached processes
     // Returned for element access on a ring without slots, so that no access touches the block.
     FullEntry spare {};

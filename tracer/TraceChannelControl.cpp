@@ -2,9 +2,12 @@
 
 #include "ZelVersion.h"
 
+#include "SharedFile.h"
+
+#include <unistd.h>
+
 #include <algorithm>
 #include <cstring>
-#include <fstream>
 
 namespace ZelTracer {
 
@@ -110,7 +113,7 @@ bool TraceChannelControl::tracingActive()
 // updaters never interleave partial fields.
 template<class Change> bool TraceChannelControl::changeHeader(Change change)
 {
-    if (!memory.getAddress() || !memory.lock())
+    if (!memory.getAddress() || !lockSegment())
         return false;
     SharedMemoryHeader h;
     std::memcpy(&h, memory.getAddress(), sizeof h);
@@ -165,21 +168,23 @@ bool TraceChannelControl::settracingToFileActive(bool active)
     return settracingToFileActive(active, name);
 }
 
+// Opened as the producers open it (a regular file, no symbolic link on the way), but created when
+// missing: the producers append only to a log the tool started.
 void TraceChannelControl::writeFileHeader() const
 {
     static const std::string lineEnd = "\n";
-    std::ofstream out(fileName, std::ios::out | std::ios::app);
-    if (!out.is_open())
+    const int fd = openLogFile(fileName, true);
+    if (fd < 0)
         return;
-    out << "# Logging to file activated\n";
-    out << "# VISA version: " << s_VersionString << lineEnd;
-    out << "# Bitness:      " << 64 << lineEnd;
-    out << "# OS:           Linux" << lineEnd;
+    const std::string block = s_LogHeaderLine + std::string("# VISA version: ") + s_VersionString + lineEnd
+        + "# Bitness:      " + std::to_string(64) + lineEnd + "# OS:           Linux" + lineEnd;
+    [[maybe_unused]] const ssize_t written = ::write(fd, block.data(), block.size());
+    close(fd);
 }
 
 bool TraceChannelControl::clear()
 {
-    if (!memory.lock())
+    if (!lockSegment())
         return false;
     clearShrMemoryWithoutLocking();
     memory.unlock();
@@ -200,7 +205,7 @@ void TraceChannelControl::clearShrMemoryWithoutLocking()
 void TraceChannelControl::copySharedMemory(bool clearShared)
 {
     std::lock_guard<std::mutex> guard(s_MemoryCopyMutex);
-    if (copy && memory.getAddress() && memory.lock()) {
+    if (copy && memory.getAddress() && lockSegment()) {
         copyUsedPart();
         // The ring is reset while the lock is still held: the hold is a header and the used slots,
         // so the reset adds nothing to it, and a record a producer writes right after the copy is
@@ -210,9 +215,13 @@ void TraceChannelControl::copySharedMemory(bool clearShared)
         memory.unlock();
         return;
     }
-    // Without the lock the ring is still emptied, as ever.
-    if (clearShared)
-        clearShrMemoryWithoutLocking();
+    // A lock that another process keeps beyond one tick skips this snapshot. The ring is not emptied
+    // then: nothing was copied, and every record in it would be lost. The copy still holds the last
+    // snapshot, whose records were taken already: it reads as empty instead.
+    if (copy && copySize >= s_HeaderSize) {
+        SharedMemoryHeader* h = reinterpret_cast<SharedMemoryHeader*>(copy.get());
+        h->readIndex = h->writeIndex = 0;
+    }
 }
 
 // Nothing reads the free slots of a snapshot, so under the lock only the header and the used slots

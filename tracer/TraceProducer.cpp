@@ -43,21 +43,24 @@ bool containsIgnoringCase(char const* text, std::size_t textLength, char const* 
     return std::search(text, text + textLength, pattern, pattern + patternLength, equal) != text + textLength;
 }
 
-std::int64_t steadyNanoseconds()
+// Read on every call, also with tracing off: the coarse clock costs a few nanoseconds, and its
+// resolution of a few milliseconds is plenty for a look every 200 ms.
+std::int64_t coarseMonotonicNanoseconds()
 {
-    return std::chrono::duration_cast<std::chrono::nanoseconds>(std::chrono::steady_clock::now().time_since_epoch())
-        .count();
+    timespec now {};
+    clock_gettime(CLOCK_MONOTONIC_COARSE, &now);
+    return static_cast<std::int64_t>(now.tv_sec) * 1000000000 + now.tv_nsec;
 }
 
 // Another thread of this process may be writing its line, or waiting for the file lock itself, for up
 // to the same bound. Polled rather than std::timed_mutex: its timed lock is invisible to
 // ThreadSanitizer, which then reports every line as a race.
-bool lockWithin(std::unique_lock<std::mutex>& guard, long milliseconds)
+bool lockWithin(std::unique_lock<std::mutex>& guard, std::int64_t nanoseconds)
 {
     if (guard.try_lock())
         return true;
-    const auto end = std::chrono::steady_clock::now() + std::chrono::milliseconds(milliseconds);
-    while (std::chrono::steady_clock::now() < end) {
+    const std::int64_t end = monotonicNanoseconds() + nanoseconds;
+    while (monotonicNanoseconds() < end) {
         std::this_thread::sleep_for(std::chrono::microseconds(20));
         if (guard.try_lock())
             return true;
@@ -69,17 +72,54 @@ bool lockWithin(std::unique_lock<std::mutex>& guard, long milliseconds)
 
 TraceProducer::TraceProducer(int const& key, unsigned long size, std::string const& semaphoreName,
                              std::string const& fileSemaphoreName)
-    : TraceChannel(key, size, semaphoreName)
-    , file(fileSemaphoreName)
-{ }
+    : TraceChannel(key, size, semaphoreName, s_ProducerLockBounds)
+    , fileSemaphoreName(fileSemaphoreName)
+    , file(std::make_unique<SharedFile>(fileSemaphoreName))
+    , freeSpaceQuery(SharedFile::statvfsFreeMiB)
+    , timeSource(coarseMonotonicNanoseconds)
+{
+    nextCheck.store(timeSource() + s_CheckNanoseconds, std::memory_order_relaxed);
+}
+
+TraceProducer::~TraceProducer() = default;
+
+void TraceProducer::setClock(Clock now)
+{
+    timeSource = now;
+    nextCheck.store(timeSource() + s_CheckNanoseconds, std::memory_order_relaxed);
+}
+
+void TraceProducer::setFreeSpaceQuery(SharedFile::FreeSpaceQuery query)
+{
+    freeSpaceQuery = std::move(query);
+    file->setFreeSpaceQuery(freeSpaceQuery);
+}
+
+// One thread at a time, and none waits for it: the others go on with what they have. The segment
+// takes the old one's place and a re-opened lock leaves the old one usable for those holding it, so
+// nothing is pulled from under another thread.
+void TraceProducer::followReplacements()
+{
+    std::unique_lock<std::mutex> guard(checkMutex, std::try_to_lock);
+    if (!guard.owns_lock())
+        return;
+    const std::int64_t now = timeSource();
+    if (now < nextCheck.load(std::memory_order_relaxed))
+        return;
+    nextCheck.store(now + s_CheckNanoseconds, std::memory_order_relaxed);
+    reopenLockIfReplaced();
+    reattachIfReplaced();
+}
 
 std::uint32_t TraceProducer::slotsFor(std::size_t textLength)
 {
     return static_cast<std::uint32_t>(std::min(textLength, s_MaxTextLength) / s_SlotTextSize + 1);
 }
 
-bool TraceProducer::tracingRequested() const
+bool TraceProducer::tracingRequested()
 {
+    if (timeSource() >= nextCheck.load(std::memory_order_relaxed))
+        followReplacements();
     SharedMemoryHeader const* h = sharedHeader();
     return h && relaxedLoad(&h->tracingActive) != 0;
 }
@@ -98,6 +138,8 @@ bool TraceProducer::passesFilter(SharedMemoryHeader const* h, FullEntry const& e
 
 TraceProducer::Outcome TraceProducer::write(FullEntry const& entry)
 {
+    if (timeSource() >= nextCheck.load(std::memory_order_relaxed))
+        followReplacements();
     SharedMemoryHeader* h = sharedHeader();
     if (!h || slotCount == 0 || !memory.hasLock())
         return Outcome::NoSegment;
@@ -112,8 +154,18 @@ TraceProducer::Outcome TraceProducer::write(FullEntry const& entry)
     const std::uint32_t slots = slotsFor(textLength);
     char logName[sizeof h->fileName];
     logName[0] = '\0';
-    if (!memory.lock(s_SpinNanoseconds))
-        return Outcome::NoSegment;
+    sem_t* const held = memory.acquireWithin(s_ProducerLockBounds);
+    if (!held) {
+        // Dropped, but numbered, so that the tool counts it as lost. The log line is still written:
+        // the name is taken from the header as a tool writes it, one word at a time.
+        sequence.fetch_add(1, std::memory_order_relaxed);
+        dropped.fetch_add(1, std::memory_order_relaxed);
+        if (relaxedLoad(&h->tracingToFile) != 0)
+            copyField(h->fileName, logName);
+        if (logName[0] != '\0')
+            writeToFile(logName, entry);
+        return Outcome::Dropped;
+    }
     const std::uint32_t readIndex = h->readIndex;
     const std::uint32_t writeIndex = h->writeIndex;
     const std::uint64_t number = sequence.fetch_add(1, std::memory_order_relaxed) + 1;
@@ -127,7 +179,7 @@ TraceProducer::Outcome TraceProducer::write(FullEntry const& entry)
     }
     if (h->tracingToFile != 0)
         copyField(h->fileName, logName);
-    memory.unlock();
+    SharedMemory::release(held);
 
     (fits ? written : dropped).fetch_add(1, std::memory_order_relaxed);
     if (logName[0] != '\0')
@@ -152,22 +204,38 @@ void TraceProducer::writeSlots(std::uint32_t writeIndex, FullEntry const& entry,
 
 void TraceProducer::writeToFile(char const* name, FullEntry const& entry)
 {
-    // After a wait that ran out, the lock is only tried for a while: a lock left taken by a writer
-    // that died would otherwise cost every later call the whole wait.
-    const bool waitAllowed = steadyNanoseconds() >= fileWaitAfter.load(std::memory_order_relaxed);
-    const long wait = waitAllowed ? s_FileLockWaitMilliseconds : 0;
     std::unique_lock<std::mutex> guard(fileMutex, std::defer_lock);
-    bool done = lockWithin(guard, wait);
+    bool done = lockWithin(guard, s_ProducerLockBounds.waitNanoseconds);
     if (done) {
-        if (file.getFileName() != name)
-            file.openFile(name);
-        done = file.tryWriteFor(entry, wait);
+        if (file->getFileName() != name)
+            file->openFile(name);
+        else
+            checkFile(name, timeSource());
+        done = file->writeWithin(entry, s_ProducerLockBounds);
+        if (file->isDiskFull() && diskFullSeen == 0)
+            diskFullSeen = timeSource();
     }
-    if (!done) {
+    if (!done)
         fileDropped.fetch_add(1, std::memory_order_relaxed);
-        if (waitAllowed)
-            fileWaitAfter.store(steadyNanoseconds() + s_FileLockRetryMilliseconds * 1000000L,
-                                std::memory_order_relaxed);
+}
+
+// Every s_CheckNanoseconds: a log that could not be opened is tried again (the tool may have
+// started it since), one replaced on disk (a new log of the same name) is opened again, and a writer
+// stopped by a full disk is replaced by a new one after s_DiskRetryNanoseconds.
+void TraceProducer::checkFile(char const* name, std::int64_t now)
+{
+    if (now < fileCheckAfter)
+        return;
+    fileCheckAfter = now + s_CheckNanoseconds;
+    if (file->isDiskFull()) {
+        if (now - diskFullSeen < s_DiskRetryNanoseconds)
+            return;
+        diskFullSeen = 0;
+        file = std::make_unique<SharedFile>(fileSemaphoreName);
+        file->setFreeSpaceQuery(freeSpaceQuery);
+        file->openFile(name);
+    } else if (!file->isOpen() || file->isReplaced()) {
+        file->openFile(name);
     }
 }
 

@@ -60,7 +60,7 @@ struct Handle
         if (!producer.hasLock())
             problem = producer.lockProblem();
         else if (!producer.hasSegment())
-            problem = "The trace segment " + std::to_string(s.key) + " cannot be attached.";
+            problem = producer.segmentProblem();
     }
 
     TraceProducer producer;

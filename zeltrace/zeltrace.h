@@ -6,7 +6,10 @@
  *
  * One handle per process, created on first use and safe from any number of threads. Tracing never
  * hangs or crashes the caller: when the tool is not running, tracing is off, or the shared objects
- * are unusable, the calls return at once and record nothing.
+ * are unusable, the calls return at once and record nothing; no call waits more than a few ms for a
+ * lock that another process keeps. The log file named by the tool is appended to only when the tool
+ * started it (a regular file whose first line is the tool's header line, no symbolic link on its
+ * path), one record to a line. A segment, lock file or log removed meanwhile is followed.
  *
  * Environment (read when the handle is created; zeltrace_configure() overrides it):
  *   ZELTRACE_KEY             System V key of the trace segment (decimal or 0x-hex; default 894129)
@@ -27,7 +30,7 @@ extern "C" {
 
 /* Results of zeltrace_record. */
 #define ZELTRACE_WRITTEN 0
-#define ZELTRACE_DROPPED 1 /* no room in the segment: dropped whole and counted */
+#define ZELTRACE_DROPPED 1 /* no room in the segment, or its lock kept by another: dropped whole and counted */
 #define ZELTRACE_FILTERED 2 /* the tool's record filter excludes it */
 #define ZELTRACE_INACTIVE 3 /* tracing is off */
 #define ZELTRACE_NO_SEGMENT 4 /* no segment or no usable lock: see zeltrace_problem() */
@@ -35,8 +38,8 @@ extern "C" {
 typedef struct zeltrace_counters
 {
     uint64_t written; /* records that went into the segment */
-    uint64_t dropped; /* records that did not fit */
-    uint64_t file_dropped; /* log-file lines given up because the file lock stayed taken */
+    uint64_t dropped; /* records that did not fit, or did not get the lock in time */
+    uint64_t file_dropped; /* log-file lines not written: file refused, lock taken, disk full */
     uint64_t sequence; /* last sequence number given out (written + dropped) */
 } zeltrace_counters;
 
@@ -59,7 +62,8 @@ int zeltrace_record(uint64_t id, uint32_t kind, uint32_t session, const char* ad
 /* Fills `out` with this process's counters; returns 0, or -1 for a NULL pointer. */
 int zeltrace_get_counters(zeltrace_counters* out);
 
-/* Why nothing can be recorded (no segment, or a lock file that is not a valid semaphore), or "". */
+/* Why nothing can be recorded (a foreign segment under the key, or a lock file that is not a valid
+ * semaphore), or "". */
 const char* zeltrace_problem(void);
 
 #ifdef __cplusplus

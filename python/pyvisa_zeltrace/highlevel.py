@@ -11,6 +11,7 @@ from ._zeltrace import CALL, RETURN, Tracer
 
 _SYSTEM_ERROR = int(constants.StatusCode.error_system_error)
 _TEXT_LIMIT = 900  # the record carries 959 characters; leave room for the other arguments
+_ADDRESS_LIMIT = 131  # the characters a record's address holds
 
 # Library machinery that is not a VISA operation: inherited as is, or delegated untraced below.
 _NOT_TRACED = {
@@ -45,12 +46,13 @@ def visa_name(method):
     return _VISA_NAMES.get(method) or "vi" + "".join(part.capitalize() for part in method.split("_"))
 
 
-def quoted(data):
-    """A C-style quoted text: what an instrument was sent or answered, control bytes escaped."""
+def escaped(data):
+    """Text or bytes C-style escaped: control bytes, the backslash, the double quote and bytes beyond
+    ASCII, so that what an instrument or a script hands over never breaks a record or a log line."""
     if isinstance(data, str):
         data = data.encode("latin-1", "replace")
     out = []
-    for byte in bytes(data[:_TEXT_LIMIT]):
+    for byte in bytes(data):
         char = chr(byte)
         if char == "\n":
             out.append("\\n")
@@ -64,7 +66,17 @@ def quoted(data):
             out.append(char)
         else:
             out.append("\\x%02x" % byte)
-    return '"' + "".join(out) + ('..."' if len(data) > _TEXT_LIMIT else '"')
+    return "".join(out)
+
+
+def quoted(data):
+    """A C-style quoted text: what an instrument was sent or answered, control bytes escaped."""
+    return '"' + escaped(data[:_TEXT_LIMIT]) + ('..."' if len(data) > _TEXT_LIMIT else '"')
+
+
+def resource_name(value):
+    """A resource address as the script gave it, escaped like a text: a name may hold any byte."""
+    return escaped(str(value)[:_ADDRESS_LIMIT])
 
 
 def argument(value):
@@ -78,7 +90,7 @@ def argument(value):
         return str(int(value))
     if isinstance(value, (tuple, list)):
         return "{" + ", ".join(argument(v) for v in value) + "}"
-    return str(value)
+    return escaped(str(value))
 
 
 def attribute_name(attribute):
@@ -105,13 +117,13 @@ def command_text(method, args, values, done):
     name = visa_name(method)
     if method == "write":
         session, data = args[0], args[1]
-        parts = [str(session), quoted(data), str(len(data))] + ([argument(values[0])] if done and values else [])
+        parts = [argument(session), quoted(data), str(len(data))] + ([argument(values[0])] if done and values else [])
     elif method == "read":
         session, count = args[0], args[1]
         data = values[0] if done and values else b""
-        parts = [str(session), quoted(data), str(count)] + ([str(len(data))] if done else [])
+        parts = [argument(session), quoted(data), argument(count)] + ([str(len(data))] if done else [])
     elif method in ("get_attribute", "set_attribute"):
-        parts = [str(args[0]), "attribute=" + attribute_name(args[1])]
+        parts = [argument(args[0]), "attribute=" + attribute_name(args[1])]
         if method == "set_attribute":
             parts.append("value=" + argument(args[2]))
         elif done and values:
@@ -167,7 +179,7 @@ class ZelTraceVisaLibrary(VisaLibraryBase):
 
     def _address(self, method, args):
         if method in ("open", "parse_resource", "parse_resource_extended") and len(args) > 1:
-            return str(args[1])
+            return resource_name(args[1])
         return self.addresses.get(args[0], "") if args and isinstance(args[0], int) else ""
 
     def _traced(self, method, *args, **kwargs):

@@ -277,11 +277,11 @@ private slots:
         // Fresh stamps of a writer that never drains, a clock stepped back by 10 s, a stamp far in the
         // past, one at the end of time.
         for (qint64 stamp : {p.clock.now - 1, p.clock.now - 2, p.clock.now + 10000, LLONG_MIN, LLONG_MAX}) {
-            peer.block().lock();
+            peer.lockWithin();
             peer.readHeader();
             peer.lastUpdate = stamp;
             peer.writeHeader();
-            peer.block().unlock();
+            peer.unlock();
             p.write({1, 1, ++id, 1, "viWrite(1, \"X\")"});
             p.model.updateSharedData();
             p.model.updateInternalAndDipslay();

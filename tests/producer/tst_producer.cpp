@@ -11,6 +11,7 @@
 #include <sys/prctl.h>
 #include <sys/stat.h>
 
+#include <algorithm>
 #include <atomic>
 #include <ctime>
 #include <thread>
@@ -91,35 +92,95 @@ private slots:
                  QByteArray(outcome == Outcome::Written ? text.c_str() : "none"));
     }
 
-    // Lines in the fixed format, a text without its terminator written empty; the disk is checked on the
-    // first line and then on every 10001st, and below 500 MB the file gets the message and nothing more
-    // from this process, although space comes back at once.
+    // Lines in the fixed format: TAB and double quote pass through, a text without its terminator is
+    // written empty, and the other control characters are escaped, so that a record is always one line
+    // (an instrument's reply may hold line breaks). The disk is checked on the first line and then on
+    // every 10001st, and below 500 MB the file gets the message and nothing more from this writer,
+    // although space comes back at once.
     void logFile()
     {
         PrivateSegment names(31);
         const std::string name = dir.path().toStdString() + "/full.log";
+        std::ofstream(name) << s_LogHeaderLine;
         SharedFile file(names.fileSemaphore);
         int checks = 0;
         file.setFreeSpaceQuery([&](std::string const& asked) { return ++checks == 2 || asked != name ? 499.0 : 1e6; });
         file.openFile(name);
-        const QByteArrayList texts
-            = {"viWrite(0x1, \"*IDN?\\n\", 6, 6)", "a\t\"b", "", QByteArray(int(sizeof(FullEntry::text)), 'x')};
+        const QByteArrayList texts = {"viWrite(0x1, \"*IDN?\\n\", 6, 6)", "a\t\"b", "",
+                                      QByteArray(int(sizeof(FullEntry::text)), 'x'), "1\n2\r3\x01\x7f\xe9"};
         for (int i = 0; i < 10001 + 20; ++i) {
             FullEntry entry = makeEntry(1, 100, 0, "");
-            std::memcpy(entry.text, texts[i % 4].constData(), static_cast<std::size_t>(texts[i % 4].size()));
+            std::memcpy(entry.text, texts[i % 5].constData(), static_cast<std::size_t>(texts[i % 5].size()));
+            if (i % 5 == 4)
+                std::strcpy(entry.address, "GPIB0::22\n::INSTR");
             file.write(entry);
         }
         const QByteArray text = QByteArray::fromStdString(fileText(name));
         const QByteArray fields
             = "1\t2023-11-14 22:13:21\t1.50000e+00\t100\t101\t7\tGPIB0::22::INSTR\t1.23457e-03\t0\t-1073807339\t";
-        const QByteArray head = fields + "\"viWrite(0x1, \"*IDN?\\n\", 6, 6)\"\n" + fields + "\"a\t\"b\"\n" + fields
-            + "\"\"\n" + fields + "\"\"\n";
+        const QByteArray head = s_LogHeaderLine + fields + "\"viWrite(0x1, \"*IDN?\\n\", 6, 6)\"\n" + fields
+            + "\"a\t\"b\"\n" + fields + "\"\"\n" + fields + "\"\"\n" + QByteArray(fields).replace("::22::", "::22\\n::")
+            + "\"1\\n2\\r3\\x01\\x7F\xe9\"\n";
         QCOMPARE(text.left(head.size()), head);
         QCOMPARE(QStringLiteral("%1 %2 %3").arg(checks).arg(text.count('\n')).arg(file.isDiskFull()),
-                 QStringLiteral("2 10003 1"));
+                 QStringLiteral("2 10004 1"));
         QVERIFY(text.endsWith("\"\n# Not enough disk space left. At least 5.00000e+02MB are required.\n"
                               "# To resume logging close all applications using the Zel VISA, free "
                               "disk space and restart.\n"));
+    }
+
+    // Anyone can write a name into the header: a producer appends only to a log the tool started (a
+    // regular file whose first line is the tool's header line), never makes a file, never follows a
+    // symbolic link on the way, and never hangs on a FIFO. The file named is left as it was.
+    void logFileRefused_data()
+    {
+        QTest::addColumn<QString>("kind");
+        QTest::addColumn<QString>("problem"); // empty: the line is appended
+        auto row = [](const char* name, const char* kind, const char* problem) {
+            QTest::newRow(name) << QString::fromLatin1(kind) << QString::fromLatin1(problem);
+        };
+        row("a log the tool started", "log", "");
+        row("missing: never made", "missing", "cannot be opened (No such file or directory)");
+        row("another file", "passwd", "does not begin with the tool's header line");
+        row("empty file", "empty", "does not begin with the tool's header line");
+        row("link to a log", "link", "is a symbolic link");
+        row("log behind a linked folder", "folderlink", "has a symbolic link or a file among its folders");
+        row("FIFO", "fifo", "is not a regular file");
+        row("folder", "folder", "cannot be opened (Is a directory)");
+        row("relative name", "relative", "is not an absolute path");
+    }
+
+    void logFileRefused()
+    {
+        QFETCH(QString, kind);
+        QFETCH(QString, problem);
+        PrivateSegment names(32);
+        QTemporaryDir place;
+        const QString log = place.filePath(QStringLiteral("real.log"));
+        std::ofstream(log.toStdString()) << s_LogHeaderLine;
+        std::ofstream(place.filePath(QStringLiteral("passwd")).toStdString()) << "root:x:0:0::/root:/bin/sh\n";
+        std::ofstream(place.filePath(QStringLiteral("empty")).toStdString());
+        QVERIFY(QFile::link(log, place.filePath(QStringLiteral("link"))));
+        QVERIFY(QFile::link(place.path(), place.filePath(QStringLiteral("folderlink"))));
+        QVERIFY(mkfifo(place.filePath(QStringLiteral("fifo")).toLocal8Bit().constData(), 0666) == 0);
+        QVERIFY(QDir(place.path()).mkdir(QStringLiteral("folder")));
+        const QString name = kind == QLatin1String("log") ? log
+            : kind == QLatin1String("folderlink")         ? place.filePath(QStringLiteral("folderlink/real.log"))
+            : kind == QLatin1String("relative")           ? QStringLiteral("real.log")
+                                                          : place.filePath(kind);
+        const QByteArray before = QByteArray::fromStdString(fileText(log.toStdString()));
+        SharedFile file(names.fileSemaphore);
+        file.setFreeSpaceQuery([](std::string const&) { return 1e6; });
+        file.openFile(name.toStdString());
+        QCOMPARE(file.writeWithin(makeEntry(1, 100, 0, "viWrite"), s_ProducerLockBounds), problem.isEmpty());
+        QVERIFY2(QString::fromStdString(file.openProblem()).contains(problem), file.openProblem().c_str());
+        QCOMPARE(QString::fromStdString(SharedFile::appendProblem(name.toStdString())),
+                 QString::fromStdString(file.openProblem()));
+        QCOMPARE(QFileInfo::exists(place.filePath(QStringLiteral("missing"))), false);
+        QCOMPARE(QByteArray::fromStdString(fileText(place.filePath(QStringLiteral("passwd")).toStdString())),
+                 QByteArray("root:x:0:0::/root:/bin/sh\n"));
+        QCOMPARE(QByteArray::fromStdString(fileText(log.toStdString())).size() > before.size(),
+                 kind == QLatin1String("log"));
     }
 
     void killedLogWriterDoesNotHangTheNext()
@@ -138,6 +199,123 @@ private slots:
         control.copySharedMemory(true);
         QCOMPARE(QStringLiteral("%1 %2").arg(walk(control).size()).arg(producer.getFileDropped()),
                  QStringLiteral("50 50"));
+    }
+
+    // A holder of the segment lock that died: no call of a traced program waits more than a few ms (the
+    // unbounded lock took a second per call); the record is dropped and counted. Once calls have failed
+    // for as long as the self-breaking lock waits, the lock is broken, with its line, and records are
+    // written again.
+    void deadLockHolderCostsAFewMilliseconds()
+    {
+        PrivateSegment segment(44);
+        TraceChannelControl control(segment.key, s_VisaSharedMemorySize, segment.semaphore);
+        control.setTracingActive(true);
+        QVERIFY(killedHolding([&] { return (new SharedMemory(segment.key, segment.semaphore))->lock(); }));
+        TraceProducer producer(segment.key, s_VisaSharedMemorySize, segment.semaphore, segment.fileSemaphore);
+        std::int64_t longest = 0;
+        Outcome outcome = Outcome::Dropped;
+        const std::string errors = stderrOf([&] {
+            for (const std::int64_t end = monotonicNanoseconds() + 5000000000;
+                 outcome != Outcome::Written && monotonicNanoseconds() < end; usleep(1000)) {
+                const std::int64_t start = monotonicNanoseconds();
+                outcome = producer.write(makeEntry(1, 100, 0, "viWrite"));
+                longest = std::max(longest, monotonicNanoseconds() - start);
+            }
+        });
+        QCOMPARE(outcome, Outcome::Written);
+        QVERIFY2(longest < 500000000, qPrintable(QString::number(longest)));
+        QVERIFY(producer.getDropped() > 0 && producer.getSequence() == producer.getDropped() + 1);
+        QCOMPARE(QByteArray::fromStdString(errors).count("Now I am breaking it!"), 1);
+    }
+
+    // Someone removes the segment, or the lock's file, while a traced program runs; the tool follows
+    // to a new one. Within one look (200 ms, on a clock the test moves) the producer follows too: its
+    // records reach the tool again, and it honours the lock the others use. Another thread of the
+    // program goes on writing meanwhile and never finds the segment unmapped.
+    void followsReplacedSegmentAndLock_data()
+    {
+        QTest::addColumn<bool>("lockFile");
+        QTest::newRow("segment removed") << false;
+        QTest::newRow("lock file removed") << true;
+    }
+
+    void followsReplacedSegmentAndLock()
+    {
+        QFETCH(bool, lockFile);
+        static std::int64_t now = 1;
+        PrivateSegment segment(45);
+        TraceChannelControl control(segment.key, s_VisaSharedMemorySize, segment.semaphore);
+        control.setTracingActive(true);
+        TraceProducer producer(segment.key, s_VisaSharedMemorySize, segment.semaphore, segment.fileSemaphore);
+        producer.setClock([] { return now; });
+        std::atomic<bool> stop {false};
+        std::thread other([&] {
+            for (; !stop; usleep(200))
+                producer.write(makeEntry(2, 100, 0, "other thread"));
+        });
+        std::unique_ptr<SharedMemory> holder;
+        if (lockFile) {
+            TestNames::unlinkSemaphore(segment.semaphore);
+            QVERIFY(control.reopenLockIfReplaced());
+            holder = std::make_unique<SharedMemory>(segment.key, segment.semaphore);
+            QVERIFY(holder->lock());
+        } else {
+            TestNames::removeSegment(segment.key);
+            QVERIFY(control.reattachIfReplaced());
+            control.setTracingActive(true);
+        }
+        auto arrives = [&](const char* text) {
+            producer.write(makeEntry(1, 100, 0, text));
+            if (holder)
+                holder->unlock();
+            control.copySharedMemory(true);
+            const std::vector<FullEntry> records = walk(control);
+            const bool arrived = std::any_of(records.begin(), records.end(),
+                                             [text](FullEntry const& e) { return std::strcmp(e.text, text) == 0; });
+            if (holder)
+                holder->lock();
+            return arrived;
+        };
+        // Before the look the producer still writes where nobody reads, or past the lock others hold.
+        const bool before = arrives("before");
+        now += TraceProducer::s_CheckNanoseconds;
+        const Outcome after = producer.write(makeEntry(1, 100, 0, "after"));
+        stop = true;
+        other.join();
+        if (holder)
+            holder->unlock();
+        control.copySharedMemory(true);
+        QCOMPARE(before, lockFile); // written into the dead segment, or while the new lock was held
+        QCOMPARE(after, lockFile ? Outcome::Dropped : Outcome::Written);
+        QVERIFY(lockFile || arrives("after"));
+    }
+
+    // Below 500 MB free the log writer stops for good, as it must; five seconds later (on the test's
+    // clock) the producer opens a new writer, which finds the space freed and logs again. Every line
+    // not written is counted.
+    void diskFullThenFreed()
+    {
+        static std::int64_t now = 1;
+        PrivateSegment segment(48);
+        const std::string log = dir.path().toStdString() + "/disk.log";
+        TraceChannelControl control(segment.key, s_VisaSharedMemorySize, segment.semaphore);
+        control.setTracingActive(true);
+        control.settracingToFileActive(true, log);
+        TraceProducer producer(segment.key, s_VisaSharedMemorySize, segment.semaphore, segment.fileSemaphore);
+        producer.setClock([] { return now; });
+        double freeMiB = 100;
+        producer.setFreeSpaceQuery([&freeMiB](std::string const&) { return freeMiB; });
+        QStringList written;
+        for (const std::int64_t step :
+             {std::int64_t(0), std::int64_t(1000000000), TraceProducer::s_DiskRetryNanoseconds}) {
+            now += step;
+            producer.write(makeEntry(written.size() + 1, 100, 0, "viRead"));
+            written << QString::number(producer.getFileDropped());
+            freeMiB = 1e6;
+        }
+        QCOMPARE(written.join(QLatin1Char(' ')), QStringLiteral("1 2 2"));
+        const QByteArray text = QByteArray::fromStdString(fileText(log));
+        QVERIFY2(text.contains("disk space and restart.\n3\t"), text.constData());
     }
 
     void lockBreakRestoresOneHolder()
