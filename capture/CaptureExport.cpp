@@ -241,26 +241,45 @@ QByteArray CaptureWriter::csvLine(Row const& row)
         + quoted(escapeControls(commandText(e))) + "\r\n";
 }
 
+namespace {
+
+double microseconds(Entry const& e)
+{
+    return static_cast<double>(e.timestamp) * 1e6 + e.timestampFraction * 1e6;
+}
+
+QByteArray eventArgs(Entry const& e, QString const& command, std::uint64_t displayKind)
+{
+    return "{\"id\":" + QByteArray::number(static_cast<qulonglong>(e.id))
+        + ",\"kind\":" + jsonString(kindName(displayKind)) + ",\"session\":" + QByteArray::number(e.session)
+        + ",\"address\":" + jsonString(addressText(e)) + ",\"command\":" + jsonString(command);
+}
+
+} // namespace
+
 QByteArray CaptureWriter::timelineEvent(Row const& row)
 {
     // A complete event starts when the call started: a return record is stamped when the call
     // returned, so its duration is taken off. Times are microseconds.
     Entry const& e = *row.entry;
     const bool returned = row.displayKind != LiveTraceModel::CallKind;
-    const double duration = returned ? std::max(0.0, shownDuration(row)) : 0.0;
-    const double start = static_cast<double>(e.timestamp) * 1e6 + e.timestampFraction * 1e6 - duration * 1e6;
+    const double duration = returned ? std::max(0.0, shownDuration(row)) * 1e6 : 0.0;
+    return completeEvent(row, microseconds(e) - duration, duration);
+}
+
+QByteArray CaptureWriter::completeEvent(Row const& row, double start, double duration)
+{
+    Entry const& e = *row.entry;
     const QString command = commandText(e);
-    QByteArray args = "{\"id\":" + QByteArray::number(static_cast<qulonglong>(e.id))
-        + ",\"kind\":" + jsonString(kindName(row.displayKind)) + ",\"session\":" + QByteArray::number(e.session)
-        + ",\"address\":" + jsonString(addressText(e)) + ",\"command\":" + jsonString(command);
-    if (returned)
+    QByteArray args = eventArgs(e, command, row.displayKind);
+    if (row.displayKind != LiveTraceModel::CallKind)
         args += ",\"status\":" + QByteArray::number(e.status)
             + ",\"statusName\":" + jsonString(ValueFormat::status2string(e.status));
     if (row.repeatCount != 0)
         args += ",\"calls\":" + QByteArray::number(static_cast<qulonglong>(row.repeatCount) + 1);
     args += '}';
     return "{\"name\":" + jsonString(operationName(command)) + ",\"cat\":\"VISA\",\"ph\":\"X\",\"ts\":"
-        + QByteArray::number(start, 'f', 3) + ",\"dur\":" + QByteArray::number(duration * 1e6, 'f', 3) + ",\"pid\":"
+        + QByteArray::number(start, 'f', 3) + ",\"dur\":" + QByteArray::number(duration, 'f', 3) + ",\"pid\":"
         + QByteArray::number(e.pid) + ",\"tid\":" + QByteArray::number(e.threadId) + ",\"args\":" + args + '}';
 }
 
@@ -268,6 +287,58 @@ void CaptureWriter::put(QByteArray const& bytes)
 {
     if (device.write(bytes) != bytes.size())
         failed = true;
+}
+
+void CaptureWriter::putEvent(QByteArray const& event)
+{
+    put((first ? "\n" : ",\n") + event);
+    first = false;
+}
+
+// One event per call: a call row waits for its return row, which then stands for the call whole, as a
+// completed row does; a return whose call is not held is written as it comes.
+void CaptureWriter::writeTimeline(Row const& row)
+{
+    Entry const& e = *row.entry;
+    const CallKey key {e.pid, e.threadId, e.id};
+    if (row.displayKind == LiveTraceModel::CallKind) {
+        if (const auto again = openCalls.find(key); again != openCalls.end()) {
+            writeOpenCall(openByArrival[again->second]);
+            openByArrival.erase(again->second);
+            openCalls.erase(again);
+        }
+        if (openCalls.size() >= s_MaxOpenCalls) {
+            const auto oldest = openByArrival.begin();
+            writeOpenCall(oldest->second);
+            openCalls.erase({oldest->second.pid, oldest->second.threadId, oldest->second.id});
+            openByArrival.erase(oldest);
+        }
+        openCalls.emplace(key, ++arrivals);
+        openByArrival.emplace(arrivals, e);
+        return;
+    }
+    const auto call = row.displayKind == LiveTraceModel::ReturnKind ? openCalls.find(key) : openCalls.end();
+    if (call == openCalls.end()) {
+        putEvent(timelineEvent(row));
+        return;
+    }
+    // Spanning the duration the producer measured around the call, as a completed row does; the
+    // records' own times may disagree with it.
+    Row whole = row;
+    whole.displayKind = LiveTraceModel::CompletedKind;
+    putEvent(timelineEvent(whole));
+    openByArrival.erase(call->second);
+    openCalls.erase(call);
+}
+
+// Begun and never ended: trace viewers draw it to the end of the capture.
+void CaptureWriter::writeOpenCall(Entry const& call)
+{
+    const QString command = commandText(call);
+    putEvent("{\"name\":" + jsonString(operationName(command))
+             + ",\"cat\":\"VISA\",\"ph\":\"B\",\"ts\":" + QByteArray::number(microseconds(call), 'f', 3)
+             + ",\"pid\":" + QByteArray::number(call.pid) + ",\"tid\":" + QByteArray::number(call.threadId)
+             + ",\"args\":" + eventArgs(call, command, LiveTraceModel::CallKind) + ",\"open\":true}}");
 }
 
 void CaptureWriter::begin()
@@ -300,16 +371,21 @@ void CaptureWriter::write(Row const& row)
         break;
     }
     case Format::Timeline:
-        put((first ? "\n" : ",\n") + timelineEvent(row));
-        break;
+        writeTimeline(row);
+        return;
     }
     first = false;
 }
 
 void CaptureWriter::finish()
 {
-    if (format == Format::Timeline)
-        put("\n]\n");
+    if (format != Format::Timeline)
+        return;
+    for (auto const& [arrival, call] : openByArrival)
+        writeOpenCall(call);
+    openByArrival.clear();
+    openCalls.clear();
+    put("\n]\n");
 }
 
 bool CaptureWriter::ok() const
@@ -321,7 +397,12 @@ bool writeView(LiveTraceModel& model, QIODevice& device, Format format)
 {
     CaptureWriter writer(device, format);
     writer.begin();
-    model.forEachShownRow([&writer](LiveTraceModel::Row const& row) { writer.write(row); });
+    // A timeline draws calls: collapsed rows are expanded into the calls they stand for.
+    const auto write = [&writer](LiveTraceModel::Row const& row) { writer.write(row); };
+    if (format == Format::Timeline)
+        model.forEachShownCall(write);
+    else
+        model.forEachShownRow(write);
     writer.finish();
     return writer.ok();
 }

@@ -5,7 +5,9 @@
 #include <QByteArray>
 #include <QString>
 
+#include <map>
 #include <optional>
+#include <tuple>
 
 class QIODevice;
 
@@ -33,7 +35,10 @@ inline constexpr char s_CsvHeader[] = "\"Row\",\"Id\",\"Kind\",\"Date and time\"
                                       "\"Command\"\r\n";
 
 // Writes rows one at a time. The timeline is a JSON array whose closing bracket comes with finish();
-// a recorder that is killed leaves a file that trace viewers still open.
+// a recorder that is killed leaves a file that trace viewers still open. It holds one event per call:
+// a call shown as a row of its own waits for its return row, and one that never returned is written
+// at the end as begun and not ended. Rows given to it should not be collapsed (a collapsed row stands
+// for several calls but holds only the last record).
 class CaptureWriter
 {
 public:
@@ -45,15 +50,39 @@ public:
     bool ok() const;
 
     static QByteArray csvLine(LiveTraceModel::Row const& row);
+    // A completed call: from its start (its return time less its duration) to its return.
     static QByteArray timelineEvent(LiveTraceModel::Row const& row);
+
+    // Calls waiting for their return at the most; beyond, the oldest is written as not ended.
+    static constexpr std::size_t s_MaxOpenCalls = 10000;
 
 private:
     void put(QByteArray const& bytes);
+    void putEvent(QByteArray const& event);
+    void writeTimeline(LiveTraceModel::Row const& row);
+    void writeOpenCall(ZelTracer::FullEntry const& call);
+    // Times in microseconds.
+    static QByteArray completeEvent(LiveTraceModel::Row const& row, double start, double duration);
+
+    struct CallKey
+    {
+        std::uint32_t pid;
+        std::uint32_t threadId;
+        std::uint64_t id;
+        bool operator<(CallKey const& other) const
+        {
+            return std::tie(pid, threadId, id) < std::tie(other.pid, other.threadId, other.id);
+        }
+    };
 
     QIODevice& device;
     Format format;
     bool first = true;
     bool failed = false;
+    // Calls written as rows of their own, until their return comes, by arrival.
+    std::map<CallKey, std::uint64_t> openCalls;
+    std::map<std::uint64_t, ZelTracer::FullEntry> openByArrival;
+    std::uint64_t arrivals = 0;
 };
 
 // The text of "Copy view", "Save view", the exported and the recorded view text: three header lines,

@@ -648,6 +648,32 @@ void LiveTraceModel::forEachShownRow(const std::function<void(const Row&)>& visi
     }
 }
 
+void LiveTraceModel::forEachShownCall(const std::function<void(const Row&)>& visit)
+{
+    updateDisplayData();
+    QMutexLocker locker(&s_mutex);
+    struct Calls
+    {
+        std::vector<Row> rows;
+        bool empty() const { return rows.empty(); }
+        Row& last() { return rows.back(); }
+        void popLast() { rows.pop_back(); }
+        void push(Row const& row) { rows.push_back(row); }
+    } calls;
+    calls.rows.reserve(localRing.size());
+    QHash<std::uint32_t, std::uint64_t> firstIds = firstIdByPid;
+    RowBuilder builder(firstIds, false, onlyErrors);
+    const std::uint32_t capacity = localRing.numberOfElements();
+    for (std::uint32_t n = 0; n < localRing.size(); ++n) {
+        const std::uint32_t slot = (localRing.begin + n) % capacity;
+        Row row {};
+        row.entry = &localRing(slot);
+        builder.add(calls, row, visibility(slot));
+    }
+    for (const Row& row : calls.rows)
+        visit(row);
+}
+
 const LiveTraceModel::Entry* LiveTraceModel::recordAt(int row) const
 {
     const Row* shown = displayRow(row);

@@ -116,6 +116,8 @@ public:
     // up to date first: an export holds every row the view shows, never a row without its record.
     // The visitor runs under the model's lock and must not call back into a locking member.
     void forEachShownRow(const std::function<void(const Row&)>& visit);
+    // The same with every collapsed row expanded into the calls it stands for, each a row of its own.
+    void forEachShownCall(const std::function<void(const Row&)>& visit);
 
     // Records that traced processes wrote and that never arrived, since the last clear().
     const LossCounter& getLossCounter() const { return lossCounter; }

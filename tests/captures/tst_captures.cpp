@@ -211,6 +211,29 @@ private slots:
         QVERIFY(QString::fromUtf8(exported({e}, Format::Timeline)).contains(text));
     }
 
+    // One timeline event per call: a call whose return came as a row of its own is one event, a
+    // collapsed row as many events as calls, a call that never returned is begun and not ended.
+    void timelineOneEventPerCall()
+    {
+        std::vector<FullEntry> records;
+        auto record = [&records](std::uint64_t id, std::uint32_t thread, std::uint32_t kind) {
+            records.push_back(makeCall(100, thread, id, kind, "viRead(0x1)"));
+        };
+        record(1, 1, 0); // returns after another thread's call
+        record(2, 2, 0); // never returns
+        record(1, 1, 1);
+        for (std::uint64_t id : {3, 4}) { // collapse into one row
+            record(id, 1, 0);
+            record(id, 1, 1);
+        }
+        QStringList events;
+        for (const QJsonValue event : QJsonDocument::fromJson(exported(records, Format::Timeline)).array()) {
+            const QJsonObject e = event.toObject();
+            events << e["ph"_q].toString() + QString::number(e["args"_q].toObject()["id"_q].toInt());
+        }
+        QCOMPARE(events.join(QLatin1Char(' ')), "X1 X3 X4 B2"_q);
+    }
+
     // A log written by the producers themselves opens as the calls it holds (whole seconds only).
     void producersLogOpens()
     {
