@@ -7,7 +7,11 @@
 #include "ViewFilterDialog.h"
 #include "ZelVersion.h"
 
+#include "SettingsKeys.h"
+
 #include <QAction>
+#include <QDateTime>
+#include <QDir>
 #include <QFileDialog>
 #include <QFileInfo>
 #include <QFontMetrics>
@@ -16,6 +20,7 @@
 #include <QMenu>
 #include <QMenuBar>
 #include <QMessageBox>
+#include <QSettings>
 #include <QStatusBar>
 #include <QTableView>
 
@@ -198,20 +203,41 @@ QString CaptureWindow::fileDialogFilters()
     return filters.join(QStringLiteral(";;"));
 }
 
-void CaptureWindow::askAndExport(QWidget* parent, LiveTraceModel& model)
+std::pair<QString, capture::Format> CaptureWindow::exportTarget(QString name, QString const& selectedFilter)
 {
-    QString selected;
-    QString name = QFileDialog::getSaveFileName(parent, tr("Export view"), QString(), fileDialogFilters(), &selected);
-    if (name.isEmpty())
-        return;
+    // The suffix the user typed decides; without one of ours, the filter chosen in the dialog.
+    const QString typed = QFileInfo(name).suffix().toLower();
+    for (ExportChoice const& c : s_ExportChoices) {
+        if (typed == QLatin1String(c.suffix))
+            return {name, c.format};
+    }
     ExportChoice const* choice = &s_ExportChoices[0];
     for (ExportChoice const& c : s_ExportChoices) {
-        if (selected == tr(c.filter))
+        if (selectedFilter == tr(c.filter))
             choice = &c;
     }
-    if (QFileInfo(name).suffix().isEmpty())
+    if (typed.isEmpty())
         name += QLatin1Char('.') + QLatin1String(choice->suffix);
-    exportView(parent, model, name, choice->format);
+    return {name, choice->format};
+}
+
+void CaptureWindow::askAndExport(QWidget* parent, LiveTraceModel& model)
+{
+    // In the folder of the last export (else the home folder), with a name that says when.
+    QSettings settings;
+    const QString folderKey
+        = QLatin1String(SettingsKeys::s_AnalysisGroup) + QLatin1Char('/') + QLatin1String(SettingsKeys::s_ExportFolder);
+    const QString folder = settings.value(folderKey, QDir::homePath()).toString();
+    const QString proposed = QDir(folder).filePath(
+        QStringLiteral("zelvisa-%1.csv").arg(QDateTime::currentDateTime().toString(QStringLiteral("yyyyMMdd-HHmmss"))));
+    QString selected = tr(s_ExportChoices[0].filter);
+    const QString name
+        = QFileDialog::getSaveFileName(parent, tr("Export view"), proposed, fileDialogFilters(), &selected);
+    if (name.isEmpty())
+        return;
+    settings.setValue(folderKey, QFileInfo(name).absolutePath());
+    const auto [target, format] = exportTarget(name, selected);
+    exportView(parent, model, target, format);
 }
 
 void CaptureWindow::askAndOpen(TraceApplication& app, QWidget* parent)

@@ -7,6 +7,7 @@
 #include <QMainWindow>
 
 #include <memory>
+#include <utility>
 
 class QLabel;
 class QTableView;
@@ -41,6 +42,8 @@ public:
     static bool exportView(QWidget* parent, LiveTraceModel& model, QString const& fileName, capture::Format format);
     // Asks for a file name and a format, then exports.
     static void askAndExport(QWidget* parent, LiveTraceModel& model);
+    // The file and format of an export: a suffix the user typed wins over the filter chosen.
+    static std::pair<QString, capture::Format> exportTarget(QString name, QString const& selectedFilter);
     // Asks for a capture file, then opens it.
     static void askAndOpen(TraceApplication& app, QWidget* parent);
 

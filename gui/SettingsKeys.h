@@ -28,5 +28,6 @@ inline constexpr char const* s_AnalysisGroup = "Analysis";
 inline constexpr char const* s_DetailsVisible = "DetailsPaneVisible";
 inline constexpr char const* s_StatisticsVisible = "StatisticsPaneVisible";
 inline constexpr char const* s_KeepWhilePaused = "KeepRecordsWhilePaused";
+inline constexpr char const* s_ExportFolder = "ExportFolder";
 
 } // namespace gui::SettingsKeys

@@ -332,6 +332,28 @@ private slots:
         window->close();
     }
 
+    // The suffix typed decides the format, whatever filter the dialog had chosen; without one of ours
+    // the filter decides and gives its suffix.
+    void exportTarget_data()
+    {
+        QTest::addColumn<QString>("typed");
+        QTest::addColumn<int>("filter"); // the dialog's filter, as fileDialogFilters() lists them
+        QTest::addColumn<QString>("target"); // file name and format
+        QTest::newRow("typed json under the CSV filter") << "live.json"_q << 0 << "live.json 2"_q;
+        QTest::newRow("typed CSV in capitals under the timeline filter") << "a.CSV"_q << 1 << "a.CSV 0"_q;
+        QTest::newRow("no suffix: the filter's") << "live"_q << 2 << "live.txt 1"_q;
+        QTest::newRow("another suffix: the filter's format") << "trace.log"_q << 0 << "trace.log 0"_q;
+    }
+    void exportTarget()
+    {
+        QFETCH(QString, typed);
+        QFETCH(int, filter);
+        QFETCH(QString, target);
+        const auto [name, format]
+            = gui::CaptureWindow::exportTarget(typed, gui::CaptureWindow::fileDialogFilters().split(";;"_q)[filter]);
+        QCOMPARE(name + QLatin1Char(' ') + QString::number(int(format)), target);
+    }
+
     // What the user is told in message boxes: a file that is not a capture is refused and opens
     // nothing, an export that cannot be written says why, the About box names the version.
     void messageBoxes()
