@@ -23,7 +23,11 @@ test: build
 package: build
 	cd $(BUILD) && cpack -G DEB
 
-run: build
+# Only what the demo runs, so that the window shows before the tests and benchmarks are built.
+DEMO_TARGETS = ZelVisaTraceTool zel-traffic zel-instrument zeltrace zel-run zelvisa visa-sim zel-visa-demo
+run: deps
+	cmake -S . -B $(BUILD) -DCMAKE_BUILD_TYPE=RelWithDebInfo
+	cmake --build $(BUILD) -j $(JOBS) --target $(DEMO_TARGETS)
 	scripts/run-demo.sh $(BUILD)
 
 # The whole suite under AddressSanitizer and UndefinedBehaviorSanitizer.

@@ -64,6 +64,16 @@ fi
 if [ -n "${DISPLAY:-}" ] || [ -n "${WAYLAND_DISPLAY:-}" ]; then
     "$TOOL" -t
 else
-    echo "run-demo: no display found, running under xvfb-run" >&2
-    xvfb-run -a "$TOOL" -t
+    # A virtual X server in a session of its own: Ctrl+C reaches the tool alone, which closes as its
+    # window does (settings saved, tracing switched off), and the server goes after it.
+    DISPLAY_FILE=$(mktemp)
+    setsid Xvfb -displayfd 3 -screen 0 1600x1000x24 -nolisten tcp 3>"$DISPLAY_FILE" >/dev/null 2>&1 &
+    PIDS="$PIDS $!"
+    while [ ! -s "$DISPLAY_FILE" ]; do
+        sleep 0.1
+    done
+    NUMBER=$(head -n 1 "$DISPLAY_FILE")
+    rm -f "$DISPLAY_FILE"
+    echo "run-demo: no display here, so the tool runs on the virtual display :$NUMBER where nobody sees it (a picture: DISPLAY=:$NUMBER import -window root shot.png); Ctrl+C ends it" >&2
+    DISPLAY=":$NUMBER" "$TOOL" -t
 fi
