@@ -11,7 +11,6 @@
 #include <QAbstractTableModel>
 #include <QHash>
 #include <QMutex>
-#include <QPixmap>
 #include <QTimer>
 
 #include <cstdint>
@@ -215,5 +214,4 @@ private:
     static QMutex s_mutex;
 
     QString sharedRingName;
-    mutable std::vector<QPixmap> icons;
 };
