@@ -224,13 +224,13 @@ bool ZelcapFile::partnerOf(StoredRow const& row, LiveTraceModel::Entry& partner)
 }
 
 bool ZelcapFile::scan(std::int64_t first, std::int64_t last, const std::function<bool(StoredRow const&)>& visit,
-                      const char* where)
+                      const char* where, bool descending)
 {
     if (!db)
         return false;
     sqlite::Statement statement;
     const std::string sql = rowQuery("WHERE row BETWEEN ?1 AND ?2") + (where ? std::string(" AND (") + where + ")" : "")
-        + " ORDER BY row";
+        + (descending ? " ORDER BY row DESC" : " ORDER BY row");
     if (!statement.prepare(db.get(), sql.c_str()))
         return false;
     statement.bind(1, first);

@@ -53,9 +53,11 @@ public:
     // A row whose record matches pid, thread and id, nearest to the row within the window, or 0.
     bool partnerOf(StoredRow const& row, LiveTraceModel::Entry& partner);
 
-    // Runs through rows first to last in order; visit returns false to stop. Stops when stop is set.
+    // Runs through rows first to last in order (last to first when descending), those only that meet
+    // the SQL condition where if one is given; visit returns false to stop. False when the file
+    // failed or the query was interrupted.
     bool scan(std::int64_t first, std::int64_t last, const std::function<bool(StoredRow const&)>& visit,
-              const char* where = nullptr);
+              const char* where = nullptr, bool descending = false);
     // A flag another thread sets to end the running query of this connection at its next step.
     void interruptOn(std::atomic<bool> const* flag) { interruptFlag = flag; }
     QString errorString() const { return sqlite::lastError(db.get()); }

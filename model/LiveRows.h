@@ -12,7 +12,7 @@ public:
 
     QAbstractItemModel& itemModel() override { return model; }
     void onRowsChanged(QObject* context, std::function<void()> changed) override;
-    int rowCount() const override { return model.rowCount(); }
+    int count() const override { return model.rowCount(); }
     bool call(int row, Call& out) override;
     void find(RowSearch const* search, int from, bool forward, QObject* context,
               std::function<void(int)> found) override;

@@ -36,7 +36,7 @@ public:
     virtual QAbstractItemModel& itemModel() = 0;
     // changed runs whenever the rows are others than before (new records, options, filters).
     virtual void onRowsChanged(QObject* context, std::function<void()> changed) = 0;
-    virtual int rowCount() const = 0;
+    virtual int count() const = 0;
     // False outside the table.
     virtual bool call(int row, Call& out) = 0;
 
