@@ -21,9 +21,8 @@ bool convertToZelcap(QString const& source, QString const& target,
     namespace fact = zelcap::fact;
     writer.setFact(fact::s_Version, QLatin1String(ZelTracer::s_VersionString));
     writer.setFact(fact::s_Source, QFileInfo(source).absoluteFilePath());
-    RowStream rows(ModelFilters(), [&writer](RowStream::Row const& row, RowStream::Entry const* call) {
-        writer.write(row, call);
-    });
+    RowStream rows(ModelFilters(),
+                   [&writer](RowStream::Row const& row, RowStream::Entry const* call) { writer.write(row, call); });
     const qint64 size = QFileInfo(source).size();
     RecordSink sink;
     sink.record = [&rows](ZelTracer::FullEntry const& e) { rows.add(e); };

@@ -28,42 +28,57 @@ struct JobState
     std::atomic<int> percent {0};
 };
 
-// The view's rows as the live model makes them, from the records of the file in order: the builder
-// only ever looks at the newest row, so one row waits here until the next one comes.
+// The view's rows as the live model makes them, from the records of the file in order. The builder
+// takes back at most two rows for a record (the call its return completes, then the row the
+// completed call collapses with), so two rows wait here until later ones come.
 struct PendingRows
 {
+    struct Slot
+    {
+        LiveTraceModel::Entry entry;
+        LiveTraceModel::Row row;
+        std::uint32_t fileRow;
+    };
     ViewRows& out;
-    LiveTraceModel::Entry entry {};
-    LiveTraceModel::Row row {};
-    bool has = false;
-    std::uint32_t fileRow = 0;
+    Slot waiting[3] {};
+    int first = 0;
+    int count = 0;
     std::uint32_t currentFileRow = 0;
 
-    bool empty() const { return !has; }
-    LiveTraceModel::Row& last() { return row; }
-    void popLast() { has = false; }
+    bool empty() const { return count == 0; }
+    LiveTraceModel::Row& last() { return waiting[(first + count - 1) % 3].row; }
+    void popLast() { --count; }
     void push(LiveTraceModel::Row const& r)
     {
-        flush();
-        entry = *r.entry;
-        row = r;
-        row.entry = &entry;
-        fileRow = currentFileRow;
-        has = true;
+        if (count == 2)
+            emitFirst();
+        Slot& slot = waiting[(first + count) % 3];
+        slot.entry = *r.entry;
+        slot.row = r;
+        slot.row.entry = &slot.entry;
+        slot.fileRow = currentFileRow;
+        ++count;
     }
     void flush()
     {
-        if (!has)
-            return;
+        while (count > 0)
+            emitFirst();
+    }
+    void emitFirst()
+    {
         // A row that survives is always of the record its file row holds: the call of a completed
         // row is taken back by its return, which follows it at once.
-        std::uint32_t bits = static_cast<std::uint32_t>(std::min<std::uint64_t>(row.repeatCount, ViewRows::s_RepeatMask));
+        Slot const& slot = waiting[first];
+        LiveTraceModel::Row const& row = slot.row;
+        std::uint32_t bits
+            = static_cast<std::uint32_t>(std::min<std::uint64_t>(row.repeatCount, ViewRows::s_RepeatMask));
         if (row.displayKind == LiveTraceModel::CompletedKind)
             bits |= ViewRows::s_Completed;
-        if (entry.status < 0)
+        if (slot.entry.status < 0)
             bits |= ViewRows::s_Failed;
-        out.rows.push_back({row.repeatCount != 0 ? row.summedDuration : entry.duration, fileRow, bits});
-        has = false;
+        out.rows.push_back({row.repeatCount != 0 ? row.summedDuration : slot.entry.duration, slot.fileRow, bits});
+        first = (first + 1) % 3;
+        --count;
     }
 };
 
@@ -139,7 +154,7 @@ QByteArray candidates(RowSearch const& search)
     if (!search.isPlainAscii())
         return QByteArray();
     const QByteArray like = likePattern(search.asciiNeedle());
-    QByteArray where = "command LIKE " + like + " OR address LIKE " + like;
+    QByteArray where = "CAST(command AS TEXT) LIKE " + like + " OR CAST(address AS TEXT) LIKE " + like;
     QStringList matching;
     QStringList named;
     for (const int code : ValueFormat::namedStatuses()) {
@@ -165,7 +180,7 @@ LiveTraceModel::Row viewRow(StoredRow const& r, ViewRows::Shown const* shown)
         return row;
     }
     row.displayKind = (shown->bits & ViewRows::s_Completed) ? std::uint64_t(LiveTraceModel::CompletedKind)
-                                                             : std::uint64_t(r.record.kind);
+                                                            : std::uint64_t(r.record.kind);
     row.repeatCount = shown->bits & ViewRows::s_RepeatMask;
     row.summedDuration = shown->summedDuration;
     return row;
@@ -414,8 +429,7 @@ void CaptureTableModel::setOnlyErrors(bool only)
     rebuildView();
 }
 
-std::unique_ptr<CaptureTableModel::Job> CaptureTableModel::startJob(QString const& what,
-                                                                    std::function<void(Job&)> work)
+std::unique_ptr<CaptureTableModel::Job> CaptureTableModel::startJob(QString const& what, std::function<void(Job&)> work)
 {
     static quint64 lastId = 0;
     auto job = std::make_unique<Job>(++lastId, what, std::move(work));
@@ -511,7 +525,9 @@ bool CaptureTableModel::call(int row, Call& out)
     out.row.entry = &out.record;
     StoredRow const* s = stored(rowCount() > 0 && view ? view->rows[static_cast<std::size_t>(row)].fileRow : row + 1);
     out.hasPartner = false;
-    if (s && s->hasCall) {
+    // The call a return completed is kept with it; a call record shown as completed (its return came
+    // first) looks for a later return, as the live table does.
+    if (s && s->hasCall && s->record.kind != 0) {
         out.partner = s->call;
         out.hasPartner = true;
     } else if (s) {
@@ -555,44 +571,44 @@ void CaptureTableModel::find(RowSearch const* search, int from, bool forward, QO
     }
     const std::int64_t fromFile = view ? view->rows[static_cast<std::size_t>(from)].fileRow : from + 1;
     const QByteArray where = candidates(*search);
-    findJob = startJob(
-        tr("Finding"),
-        [this, where, search = *search, fileName = path, shownRows = view, total = fileRows, fromFile, forward,
-         context = QPointer<QObject>(context), found](Job& job) {
-            ZelcapFile file;
-            QString error;
-            if (!file.open(fileName, error))
-                return;
-            file.interruptOn(&job.cancelled);
-            int result = -1;
-            std::int64_t seen = 0;
-            auto take = [&result](int at) {
-                result = at;
-                return false;
-            };
-            const ViewRows* shown = shownRows.get();
-            if (forward) {
-                searchRows(file, search, shown, where, fromFile + 1, total, false, job, total, seen, take);
-                if (result < 0 && job.goOn())
-                    searchRows(file, search, shown, where, 1, fromFile, false, job, total, seen, take);
-            } else {
-                searchRows(file, search, shown, where, 1, fromFile - 1, true, job, total, seen, take);
-                if (result < 0 && job.goOn())
-                    searchRows(file, search, shown, where, fromFile, total, true, job, total, seen, take);
-            }
-            if (!job.goOn())
-                return;
-            QMetaObject::invokeMethod(
-                this,
-                [this, id = job.id, context, found, result] {
-                    if (findJob && findJob->id == id)
-                        findJob.reset();
-                    reportProgress();
-                    if (context)
-                        found(result);
-                },
-                Qt::QueuedConnection);
-        });
+    findJob
+        = startJob(tr("Finding"),
+                   [this, where, search = *search, fileName = path, shownRows = view, total = fileRows, fromFile,
+                    forward, context = QPointer<QObject>(context), found](Job& job) {
+                       ZelcapFile file;
+                       QString error;
+                       if (!file.open(fileName, error))
+                           return;
+                       file.interruptOn(&job.cancelled);
+                       int result = -1;
+                       std::int64_t seen = 0;
+                       auto take = [&result](int at) {
+                           result = at;
+                           return false;
+                       };
+                       const ViewRows* shown = shownRows.get();
+                       if (forward) {
+                           searchRows(file, search, shown, where, fromFile + 1, total, false, job, total, seen, take);
+                           if (result < 0 && job.goOn())
+                               searchRows(file, search, shown, where, 1, fromFile, false, job, total, seen, take);
+                       } else {
+                           searchRows(file, search, shown, where, 1, fromFile - 1, true, job, total, seen, take);
+                           if (result < 0 && job.goOn())
+                               searchRows(file, search, shown, where, fromFile, total, true, job, total, seen, take);
+                       }
+                       if (!job.goOn())
+                           return;
+                       QMetaObject::invokeMethod(
+                           this,
+                           [this, id = job.id, context, found, result] {
+                               if (findJob && findJob->id == id)
+                                   findJob.reset();
+                               reportProgress();
+                               if (context)
+                                   found(result);
+                           },
+                           Qt::QueuedConnection);
+                   });
 }
 
 void CaptureTableModel::countMatches(RowSearch const& search, QObject* context, std::function<void(int)> counted)
@@ -603,35 +619,35 @@ void CaptureTableModel::countMatches(RowSearch const& search, QObject* context, 
         return;
     }
     const QByteArray where = candidates(search);
-    countJob = startJob(tr("Counting matches"), [this, where, search, fileName = path, shownRows = view,
-                                                 total = fileRows, context = QPointer<QObject>(context),
-                                                 counted](Job& job) {
-        ZelcapFile file;
-        QString error;
-        if (!file.open(fileName, error))
-            return;
-        file.interruptOn(&job.cancelled);
-        int count = 0;
-        std::int64_t seen = 0;
-        const bool done = searchRows(file, search, shownRows.get(), where, 1, total, false, job, total, seen,
-                                     [&count](int) {
-                                         ++count;
-                                         return true;
-                                     });
-        if (!done || !job.goOn())
-            return;
-        QMetaObject::invokeMethod(
-            this,
-            [this, id = job.id, context, counted, count] {
-                if (!countJob || countJob->id != id)
-                    return;
-                countJob.reset();
-                reportProgress();
-                if (context)
-                    counted(count);
-            },
-            Qt::QueuedConnection);
-    });
+    countJob = startJob(tr("Counting matches"),
+                        [this, where, search, fileName = path, shownRows = view, total = fileRows,
+                         context = QPointer<QObject>(context), counted](Job& job) {
+                            ZelcapFile file;
+                            QString error;
+                            if (!file.open(fileName, error))
+                                return;
+                            file.interruptOn(&job.cancelled);
+                            int count = 0;
+                            std::int64_t seen = 0;
+                            const bool done = searchRows(file, search, shownRows.get(), where, 1, total, false, job,
+                                                         total, seen, [&count](int) {
+                                                             ++count;
+                                                             return true;
+                                                         });
+                            if (!done || !job.goOn())
+                                return;
+                            QMetaObject::invokeMethod(
+                                this,
+                                [this, id = job.id, context, counted, count] {
+                                    if (!countJob || countJob->id != id)
+                                        return;
+                                    countJob.reset();
+                                    reportProgress();
+                                    if (context)
+                                        counted(count);
+                                },
+                                Qt::QueuedConnection);
+                        });
 }
 
 void CaptureTableModel::startStatistics()
@@ -661,11 +677,13 @@ void CaptureTableModel::startStatistics()
             }
             summary->lastSeconds = e.timestamp;
             summary->lastFraction = e.timestampFraction;
-            if (e.kind != 0) {
-                ++summary->calls;
-                if (e.status < 0) {
-                    ++summary->failedCalls;
-                    ++summary->failuresByStatus[e.status];
+            for (Entry const* part : {r.hasCall ? &r.call : nullptr, &e}) {
+                if (part && part->kind != 0) {
+                    ++summary->calls;
+                    if (part->status < 0) {
+                        ++summary->failedCalls;
+                        ++summary->failuresByStatus[part->status];
+                    }
                 }
             }
             if (e.status < 0) {
@@ -715,56 +733,56 @@ void CaptureTableModel::updateStatistics(CallStatistics& stats, QObject* context
 void CaptureTableModel::exportView(QString const& fileName, Format format, QObject* context,
                                    std::function<void(QString)> done)
 {
-    exportJobs.push_back(startJob(
-        tr("Exporting"),
-        [this, fileName, format, source = path, shownRows = view, total = fileRows, firstIds = capture.firstIds(),
-         context = QPointer<QObject>(context), done](Job& job) {
-            QString error;
-            ZelcapFile file;
-            QSaveFile out(fileName);
-            if (!file.open(source, error)) {
-                // error says why
-            } else if (!out.open(QIODevice::WriteOnly)) {
-                error = QStringLiteral("Cannot write %1: %2").arg(fileName, out.errorString());
-            } else {
-                file.interruptOn(&job.cancelled);
-                CaptureWriter writer(out, format);
-                writer.begin();
-                std::size_t next = 0;
-                const bool read = file.scan(1, total, [&](StoredRow const& r) {
-                    note(job, r.number, total);
-                    ViewRows::Shown const* shown = nullptr;
-                    if (shownRows) {
-                        if (next >= shownRows->rows.size() || shownRows->rows[next].fileRow != r.number)
-                            return job.goOn();
-                        shown = &shownRows->rows[next++];
-                    }
-                    Row row = viewRow(r, shown);
-                    row.firstId = firstIds.value(r.record.pid, r.record.id);
-                    writer.write(row);
-                    return job.goOn();
-                });
-                writer.finish();
-                if (!job.goOn())
-                    error = QStringLiteral("The export was cancelled.");
-                else if (!read || !writer.ok() || !out.commit())
-                    error = QStringLiteral("Cannot write %1: %2").arg(fileName, out.errorString());
-            }
-            QMetaObject::invokeMethod(
-                this,
-                [this, id = job.id, context, done, error] {
-                    for (auto it = exportJobs.begin(); it != exportJobs.end(); ++it) {
-                        if ((*it)->id == id) {
-                            exportJobs.erase(it);
-                            break;
-                        }
-                    }
-                    reportProgress();
-                    if (context)
-                        done(error);
-                },
-                Qt::QueuedConnection);
-        }));
+    exportJobs.push_back(
+        startJob(tr("Exporting"),
+                 [this, fileName, format, source = path, shownRows = view, total = fileRows,
+                  firstIds = capture.firstIds(), context = QPointer<QObject>(context), done](Job& job) {
+                     QString error;
+                     ZelcapFile file;
+                     QSaveFile out(fileName);
+                     if (!file.open(source, error)) {
+                         // error says why
+                     } else if (!out.open(QIODevice::WriteOnly)) {
+                         error = QStringLiteral("Cannot write %1: %2").arg(fileName, out.errorString());
+                     } else {
+                         file.interruptOn(&job.cancelled);
+                         CaptureWriter writer(out, format);
+                         writer.begin();
+                         std::size_t next = 0;
+                         const bool read = file.scan(1, total, [&](StoredRow const& r) {
+                             note(job, r.number, total);
+                             ViewRows::Shown const* shown = nullptr;
+                             if (shownRows) {
+                                 if (next >= shownRows->rows.size() || shownRows->rows[next].fileRow != r.number)
+                                     return job.goOn();
+                                 shown = &shownRows->rows[next++];
+                             }
+                             Row row = viewRow(r, shown);
+                             row.firstId = firstIds.value(r.record.pid, r.record.id);
+                             writer.write(row);
+                             return job.goOn();
+                         });
+                         writer.finish();
+                         if (!job.goOn())
+                             error = QStringLiteral("The export was cancelled.");
+                         else if (!read || !writer.ok() || !out.commit())
+                             error = QStringLiteral("Cannot write %1: %2").arg(fileName, out.errorString());
+                     }
+                     QMetaObject::invokeMethod(
+                         this,
+                         [this, id = job.id, context, done, error] {
+                             for (auto it = exportJobs.begin(); it != exportJobs.end(); ++it) {
+                                 if ((*it)->id == id) {
+                                     exportJobs.erase(it);
+                                     break;
+                                 }
+                             }
+                             reportProgress();
+                             if (context)
+                                 done(error);
+                         },
+                         Qt::QueuedConnection);
+                 }));
 }
 
 void CaptureSummary::rank(CallStatistics const& stats)

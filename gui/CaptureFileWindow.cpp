@@ -52,9 +52,8 @@ CaptureFileWindow::CaptureFileWindow(QString const& shownName, std::shared_ptr<Q
     summary = new CaptureSummaryPane(this);
     addDockWidget(Qt::RightDockWidgetArea, summary);
     connect(summary, &CaptureSummaryPane::fileRowAsked, this, &CaptureFileWindow::showFileRow);
-    connect(&captureModel, &capture::CaptureTableModel::summaryReady, this, [this] {
-        summary->show(*captureModel.summary(), QFileInfo(this->shownName).fileName());
-    });
+    connect(&captureModel, &capture::CaptureTableModel::summaryReady, this,
+            [this] { summary->show(*captureModel.summary(), QFileInfo(this->shownName).fileName()); });
 
     statusLabel = new QLabel(this);
     workLabel = new QLabel(this);

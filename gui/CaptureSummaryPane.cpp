@@ -53,7 +53,8 @@ QString CaptureSummaryPane::html(capture::CaptureSummary const& s, QString const
     if (s.any) {
         line(tr("From"), when(s.firstSeconds, s.firstFraction));
         line(tr("To"), when(s.lastSeconds, s.lastFraction));
-        line(tr("Duration"), span(static_cast<double>(s.lastSeconds - s.firstSeconds) + s.lastFraction - s.firstFraction));
+        line(tr("Duration"),
+             span(static_cast<double>(s.lastSeconds - s.firstSeconds) + s.lastFraction - s.firstFraction));
     }
     line(tr("Rows"), QString::number(s.rows));
     line(tr("Calls"), QString::number(s.calls));
