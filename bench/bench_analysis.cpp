@@ -5,6 +5,7 @@
 #include "CallStatistics.h"
 #include "DetailsPane.h"
 #include "FindBar.h"
+#include "LiveRows.h"
 #include "LiveTraceModel.h"
 #include "RowSearch.h"
 #include "StatisticsPane.h"
@@ -63,6 +64,7 @@ struct Pipeline
         , control(segment.key, s_VisaSharedMemorySize, segment.semaphore)
         , ringName(QString::fromStdString(TestNames::sharedRingName("analysis")))
         , model(nullptr, control, ringName)
+        , rows(model)
     {
         control.setTracingActive(true);
         model.start();
@@ -74,9 +76,9 @@ struct Pipeline
         model.tableView = view;
         window.resize(1200, 800);
         if (analysis) {
-            find = new gui::FindBar(model, view);
-            auto* details = new gui::DetailsPane(model, view, &window);
-            statistics = new gui::StatisticsPane(model, &window);
+            find = new gui::FindBar(rows, view);
+            auto* details = new gui::DetailsPane(rows, view, &window);
+            statistics = new gui::StatisticsPane(rows, &window);
             window.addDockWidget(Qt::BottomDockWidgetArea, details);
             window.addDockWidget(Qt::BottomDockWidgetArea, statistics);
             find->activate();
@@ -103,6 +105,7 @@ struct Pipeline
     TraceChannelControl control;
     QString ringName;
     LiveTraceModel model;
+    LiveRows rows;
     std::unique_ptr<RingBufferSharedMem<FullEntry>> peer;
     QMainWindow window;
     QTableView* view = nullptr;

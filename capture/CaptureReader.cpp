@@ -178,14 +178,20 @@ bool splitCsv(QByteArray const& text, QList<QByteArray>& fields)
 class Parser
 {
 public:
-    Parser(Capture& capture, QDate day, std::optional<std::uint64_t> from)
+    Parser(Capture& capture, QDate day, std::optional<std::uint64_t> from, RecordSink const* sink)
         : capture(capture)
         , from(from)
+        , sink(sink)
         , day(day)
     { }
 
     void push(FullEntry const& e)
     {
+        if (sink) {
+            ++total;
+            sink->record(e);
+            return;
+        }
         const std::uint64_t index = total++;
         if (capture.firstError < 0 && e.status < 0 && e.kind != 0)
             capture.firstError = static_cast<std::int64_t>(index);
@@ -339,29 +345,49 @@ public:
 
 private:
     // From pos: the address up to the tab after which "duration \t kind \t status \t" and the text
-    // follow; with a quote the text must be enclosed in quotes.
+    // follow; with a quote the text must be enclosed in quotes. Each tab is tried once and looks at
+    // most three fields ahead, so a line full of tabs costs its length, not its length squared.
     bool tail(QByteArray const& line, int pos, char quote, FullEntry& e)
     {
-        for (int tab = line.indexOf('\t', pos); tab >= 0; tab = line.indexOf('\t', tab + 1)) {
-            const QList<QByteArray> rest = line.mid(tab + 1).split('\t');
-            if (rest.size() < 4)
+        const char* p = line.constData();
+        const int n = line.size();
+        auto nextTab = [p, n](int from) {
+            const void* t = from < n ? std::memchr(p + from, '\t', static_cast<std::size_t>(n - from)) : nullptr;
+            return t ? static_cast<int>(static_cast<const char*>(t) - p) : -1;
+        };
+        for (int tab = nextTab(pos); tab >= 0; tab = nextTab(tab + 1)) {
+            int ends[3];
+            int from = tab + 1;
+            bool three = true;
+            for (int& end : ends) {
+                end = nextTab(from);
+                three = three && end >= 0;
+                if (!three)
+                    break;
+                from = end + 1;
+            }
+            if (!three)
                 return false;
-            Fields p;
-            const double duration = p.number<double>(rest[0], "duration");
-            const std::uint32_t kind = p.number<std::uint32_t>(rest[1], "kind");
-            const std::int32_t status = p.number<std::int32_t>(rest[2], "status");
-            if (!p.ok)
+            auto field = [&line](int begin, int end) {
+                return QByteArray::fromRawData(line.constData() + begin, end - begin);
+            };
+            Fields f;
+            const double duration = f.number<double>(field(tab + 1, ends[0]), "duration");
+            const std::uint32_t kind = f.ok ? f.number<std::uint32_t>(field(ends[0] + 1, ends[1]), "kind") : 0;
+            const std::int32_t status = f.ok ? f.number<std::int32_t>(field(ends[1] + 1, ends[2]), "status") : 0;
+            if (!f.ok)
                 continue;
-            const int textStart = tab + 1 + rest[0].size() + rest[1].size() + rest[2].size() + 3;
-            QByteArray text = line.mid(textStart);
+            int textStart = ends[2] + 1;
+            int textEnd = n;
             if (quote) {
-                if (text.size() < 2 || !text.startsWith(quote) || !text.endsWith(quote))
+                if (textEnd - textStart < 2 || p[textStart] != quote || p[textEnd - 1] != quote)
                     continue;
-                text = text.mid(1, text.size() - 2);
+                ++textStart;
+                --textEnd;
             }
             // The bytes as the record or the saved view held them: the tool decodes them as it did then.
             copyText(e.address, line.mid(pos, tab - pos));
-            copyText(e.text, text);
+            copyText(e.text, line.mid(textStart, textEnd - textStart));
             e.duration = duration;
             e.kind = kind;
             e.status = status;
@@ -392,6 +418,7 @@ private:
 
     Capture& capture;
     std::optional<std::uint64_t> from;
+    RecordSink const* sink;
     std::deque<FullEntry> kept;
     std::uint64_t total = 0;
     std::uint64_t expansionBudget = 10 * CaptureReader::s_MaxRecords;
@@ -418,8 +445,34 @@ bool CaptureReader::read(QString const& fileName, Capture& capture, QString& err
 bool CaptureReader::read(QIODevice& device, QString const& name, QDate const& day, Capture& capture, QString& error,
                          std::optional<std::uint64_t> from)
 {
+    return readDevice(device, name, day, capture, error, from, nullptr);
+}
+
+bool CaptureReader::stream(QString const& fileName, RecordSink const& sink, QString& error)
+{
+    QFile file(fileName);
+    if (!file.open(QIODevice::ReadOnly)) {
+        error = QStringLiteral("Cannot open %1: %2").arg(fileName, file.errorString());
+        return false;
+    }
+    const QFileInfo info(fileName);
+    const QDate day = info.lastModified().isValid() ? info.lastModified().date() : QDate::currentDate();
+    Capture capture;
+    return readDevice(file, info.fileName(), day, capture, error, std::nullopt, &sink);
+}
+
+bool CaptureReader::stream(QIODevice& device, QString const& name, QDate const& day, RecordSink const& sink,
+                           QString& error)
+{
+    Capture capture;
+    return readDevice(device, name, day, capture, error, std::nullopt, &sink);
+}
+
+bool CaptureReader::readDevice(QIODevice& device, QString const& name, QDate const& day, Capture& capture,
+                               QString& error, std::optional<std::uint64_t> from, RecordSink const* sink)
+{
     capture = Capture();
-    Parser parser(capture, day.isValid() ? day : QDate::currentDate(), from);
+    Parser parser(capture, day.isValid() ? day : QDate::currentDate(), from, sink);
     QList<QByteArray> csvHeaderFields;
     splitCsv(QByteArray(s_CsvHeader).trimmed(), csvHeaderFields);
     const QByteArray viewHeader = viewTextHeader().toUtf8();
@@ -444,6 +497,10 @@ bool CaptureReader::read(QIODevice& device, QString const& name, QDate const& da
     };
 
     while (!device.atEnd()) {
+        if (sink && sink->goOn && lineNumber % 1024 == 0 && !sink->goOn(device.pos())) {
+            error = QStringLiteral("Reading %1 was cancelled.").arg(name);
+            return false;
+        }
         QByteArray line = device.readLine(s_MaxLineLength + 2);
         ++lineNumber;
         if (!line.endsWith('\n')) {

@@ -8,6 +8,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <functional>
 #include <optional>
 #include <vector>
 
@@ -36,6 +37,14 @@ struct Capture
     std::int64_t firstError = -1;
 };
 
+// Where a reader that streams hands the records, in the order of the file.
+struct RecordSink
+{
+    std::function<void(ZelTracer::FullEntry const&)> record;
+    // Asked now and then with the bytes read so far; false stops the reading (an error says so).
+    std::function<bool(qint64)> goOn;
+};
+
 // Reads an exported table (CSV), a saved view or a trace log written by the traced processes back
 // into records. A completed row becomes its call and its return record again and a collapsed row its
 // calls, so the model pairs and collapses them as it did when they were captured. The file comes from
@@ -55,6 +64,16 @@ public:
     // when the time jumps back by more than half a day.
     static bool read(QIODevice& device, QString const& name, QDate const& day, Capture& capture, QString& error,
                      std::optional<std::uint64_t> from = std::nullopt);
+
+    // Every record of the file to the sink, however many: nothing is kept here. Costs the file's
+    // length; a file that is refused has handed the sink the records before the line that failed.
+    static bool stream(QString const& fileName, RecordSink const& sink, QString& error);
+    static bool stream(QIODevice& device, QString const& name, QDate const& day, RecordSink const& sink,
+                       QString& error);
+
+private:
+    static bool readDevice(QIODevice& device, QString const& name, QDate const& day, Capture& capture, QString& error,
+                           std::optional<std::uint64_t> from, RecordSink const* sink);
 };
 
 } // namespace capture

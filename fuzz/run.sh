@@ -8,7 +8,7 @@ build=$1
 seconds=${2:-60}
 shift $(( $# >= 2 ? 2 : $# ))
 here=$(cd "$(dirname "$0")" && pwd)
-targets=${*:-"segment sharedring viewfilter valueformat settings zelvisa visasim capturereader recordoptions pyvisatext"}
+targets=${*:-"segment sharedring viewfilter valueformat settings zelvisa visasim capturereader recordoptions pyvisatext zelcap"}
 
 export QT_QPA_PLATFORM=offscreen
 export LSAN_OPTIONS="suppressions=$here/lsan.supp"
@@ -20,6 +20,7 @@ for t in $targets; do
         segment) maxlen=14600 ;;
         sharedring) maxlen=49400 ;;
         capturereader) maxlen=20000 ;;
+        zelcap) maxlen=65536 ;;
         *) maxlen=4096 ;;
     esac
     work="$build/fuzz-work/$t"

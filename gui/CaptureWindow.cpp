@@ -1,5 +1,6 @@
 #include "CaptureWindow.h"
 
+#include "CaptureFileWindow.h"
 #include "FindBar.h"
 #include "LiveTableView.h"
 #include "TraceApplication.h"
@@ -240,14 +241,15 @@ void CaptureWindow::askAndExport(QWidget* parent, LiveTraceModel& model)
     exportView(parent, model, target, format);
 }
 
-void CaptureWindow::askAndOpen(TraceApplication& app, QWidget* parent)
+void CaptureWindow::askAndOpen(TraceApplication&, QWidget* parent)
 {
     const QString name = QFileDialog::getOpenFileName(
         parent, tr("Open capture"), QString(),
-        tr("Captures (*.csv *.txt *.log);;Exported tables (*.csv);;Saved views (*.txt);;Trace logs (*.log);;All "
-           "files (*)"));
+        tr("Captures (*.zelcap *.csv *.txt *.log);;Capture files (*.zelcap);;Exported tables (*.csv);;Saved views "
+           "(*.txt);;Trace logs (*.log);;All files (*)"));
+    // Any capture opens whole: tables, views and logs are converted in the background first.
     if (!name.isEmpty())
-        open(app, name, parent);
+        CaptureFileWindow::openAny(name, parent);
 }
 
 } // namespace gui

@@ -1,6 +1,6 @@
 #include "DetailsPane.h"
 
-#include "LiveTraceModel.h"
+#include "LiveRows.h"
 #include "RecordDetails.h"
 
 #include <QClipboard>
@@ -38,9 +38,9 @@ void setIfChanged(QPlainTextEdit* edit, const QString& text)
 
 } // namespace
 
-DetailsPane::DetailsPane(LiveTraceModel& model, QTableView* view, QWidget* parent)
+DetailsPane::DetailsPane(TraceRows& rows, QTableView* view, QWidget* parent)
     : QDockWidget(tr("Details"), parent)
-    , model(model)
+    , rows(rows)
     , view(view)
 {
     setObjectName(QStringLiteral("detailsPane"));
@@ -67,8 +67,7 @@ DetailsPane::DetailsPane(LiveTraceModel& model, QTableView* view, QWidget* paren
 
     connect(copy, &QPushButton::clicked, this, &DetailsPane::copyToClipboard);
     connect(view->selectionModel(), &QItemSelectionModel::currentChanged, this, &DetailsPane::refresh);
-    connect(&model, &LiveTraceModel::newDataCollected, this, &DetailsPane::refresh);
-    connect(&model, &QAbstractItemModel::modelReset, this, &DetailsPane::refresh);
+    rows.onRowsChanged(this, [this] { refresh(); });
     connect(this, &QDockWidget::visibilityChanged, this, [this](bool visible) {
         if (visible)
             refresh();
@@ -76,13 +75,20 @@ DetailsPane::DetailsPane(LiveTraceModel& model, QTableView* view, QWidget* paren
     refresh();
 }
 
-QStringList DetailsPane::rowLines(const LiveTraceModel& model, int row, QStringList* callLines,
-                                  QStringList* returnLines)
+QStringList DetailsPane::rowLines(LiveTraceModel& model, int row)
 {
-    const LiveTraceModel::Row* shown = model.displayRow(row);
-    if (!shown)
+    LiveRows rows(model);
+    return rowLines(rows, row);
+}
+
+QStringList DetailsPane::rowLines(TraceRows& rows, int row, QStringList* callLines, QStringList* returnLines)
+{
+    TraceRows::Call call;
+    if (!rows.call(row, call))
         return {};
-    QStringList lines = RecordDetails::callLines(model.getLocalRing(), *shown->entry, callLines, returnLines);
+    const LiveTraceModel::Row* shown = &call.row;
+    QStringList lines
+        = RecordDetails::callLines(call.record, call.hasPartner ? &call.partner : nullptr, callLines, returnLines);
     // A collapsed row stands for several calls; the records shown are the last one's.
     if (shown->repeatCount > 0)
         lines.insert(1,
@@ -99,7 +105,7 @@ void DetailsPane::refresh()
         return;
     QStringList callLines;
     QStringList returnLines;
-    const QStringList lines = rowLines(model, view->currentIndex().row(), &callLines, &returnLines);
+    const QStringList lines = rowLines(rows, view->currentIndex().row(), &callLines, &returnLines);
     // The lines before the first blank one say what the call did.
     summary->setText(lines.isEmpty() ? tr("Select a row to see its call whole.")
                                      : lines.mid(0, lines.indexOf(QString())).join(QLatin1Char('\n')));
@@ -109,7 +115,7 @@ void DetailsPane::refresh()
 
 QString DetailsPane::text() const
 {
-    return rowLines(model, view->currentIndex().row()).join(QLatin1Char('\n'));
+    return rowLines(rows, view->currentIndex().row()).join(QLatin1Char('\n'));
 }
 
 void DetailsPane::copyToClipboard() const

@@ -1,7 +1,5 @@
 #include "FindBar.h"
 
-#include "LiveTraceModel.h"
-
 #include <QCheckBox>
 #include <QEvent>
 #include <QHBoxLayout>
@@ -52,9 +50,9 @@ private:
 
 } // namespace
 
-FindBar::FindBar(LiveTraceModel& model, QTableView* view)
+FindBar::FindBar(TraceRows& rows, QTableView* view)
     : QFrame(view)
-    , model(model)
+    , rows(rows)
     , view(view)
 {
     setObjectName(QStringLiteral("findBar"));
@@ -91,7 +89,7 @@ FindBar::FindBar(LiveTraceModel& model, QTableView* view)
     edit->installEventFilter(this);
     connect(edit, &QLineEdit::textChanged, this, &FindBar::patternChanged);
     connect(regex, &QCheckBox::toggled, this, &FindBar::patternChanged);
-    connect(&model, &LiveTraceModel::newDataCollected, this, &FindBar::rowsChanged);
+    rows.onRowsChanged(this, [this] { rowsChanged(); });
     hide();
 }
 
@@ -132,10 +130,19 @@ void FindBar::rowsChanged()
         status->clear();
         return;
     }
-    const int count = rowSearch.countMatches(model);
-    status->setText(count == 0 ? tr("No match") : count == 1 ? tr("1 match") : tr("%1 matches").arg(count));
-    if (isVisible())
-        place();
+    const quint64 asked = ++countAsked;
+    bool answered = false;
+    rows.countMatches(rowSearch, this, [this, asked, &answered](int count) {
+        answered = true;
+        if (asked != countAsked)
+            return;
+        status->setText(count == 0 ? tr("No match") : count == 1 ? tr("1 match") : tr("%1 matches").arg(count));
+        if (isVisible())
+            place();
+    });
+    // A large capture counts in the background.
+    if (!answered)
+        status->setText(tr("Counting..."));
 }
 
 void FindBar::showRow(int row)
@@ -143,6 +150,7 @@ void FindBar::showRow(int row)
     if (row < 0)
         return;
     int column = view->currentIndex().column();
+    QAbstractItemModel& model = rows.itemModel();
     for (int c = 0; column < 0 && c < model.columnCount(); ++c) {
         if (!view->isColumnHidden(c))
             column = c;
@@ -159,7 +167,7 @@ void FindBar::findNext()
         activate();
         return;
     }
-    showRow(rowSearch.find(model, view->currentIndex().row(), true));
+    rows.find(&rowSearch, view->currentIndex().row(), true, this, [this](int row) { showRow(row); });
 }
 
 void FindBar::findPrevious()
@@ -168,17 +176,17 @@ void FindBar::findPrevious()
         activate();
         return;
     }
-    showRow(rowSearch.find(model, view->currentIndex().row(), false));
+    rows.find(&rowSearch, view->currentIndex().row(), false, this, [this](int row) { showRow(row); });
 }
 
 void FindBar::nextError()
 {
-    showRow(RowSearch::findError(model, view->currentIndex().row(), true));
+    rows.find(nullptr, view->currentIndex().row(), true, this, [this](int row) { showRow(row); });
 }
 
 void FindBar::previousError()
 {
-    showRow(RowSearch::findError(model, view->currentIndex().row(), false));
+    rows.find(nullptr, view->currentIndex().row(), false, this, [this](int row) { showRow(row); });
 }
 
 void FindBar::place()

@@ -1,10 +1,10 @@
 #pragma once
 
 #include "RowSearch.h"
+#include "TraceRows.h"
 
 #include <QFrame>
 
-class LiveTraceModel;
 class QCheckBox;
 class QLabel;
 class QLineEdit;
@@ -12,7 +12,7 @@ class QTableView;
 
 namespace gui {
 
-// A find bar floating over the top right corner of a table of a LiveTraceModel: searches command,
+// A find bar floating over the top right corner of a trace table, live or of a capture: searches command,
 // address and status name (a text without regard to case, or a regular expression), frames the
 // matching cells and moves the current row from match to match, also to the next failed call.
 // It keeps working while records arrive and while the view is paused: every move starts from the
@@ -22,7 +22,7 @@ class FindBar : public QFrame
     Q_OBJECT
 
 public:
-    FindBar(LiveTraceModel& model, QTableView* view);
+    FindBar(TraceRows& rows, QTableView* view);
 
     const RowSearch& search() const { return rowSearch; }
     // What the bar reports: "3 matches", "No match", or why the expression is not valid.
@@ -54,8 +54,10 @@ private:
     void patternChanged();
     void place();
 
-    LiveTraceModel& model;
+    TraceRows& rows;
     QTableView* view;
+    // Answers that come later belong to the newest question only.
+    quint64 countAsked = 0;
     RowSearch rowSearch;
     QLineEdit* edit;
     QCheckBox* regex;

@@ -1,6 +1,6 @@
 #include "StatisticsPane.h"
 
-#include "LiveTraceModel.h"
+#include "TraceRows.h"
 #include "ValueFormat.h"
 
 #include <QClipboard>
@@ -69,9 +69,9 @@ void setCell(QStandardItemModel* table, int row, int column, const QString& text
 
 } // namespace
 
-StatisticsPane::StatisticsPane(LiveTraceModel& model, QWidget* parent)
+StatisticsPane::StatisticsPane(TraceRows& rows, QWidget* parent)
     : QDockWidget(tr("Statistics"), parent)
-    , model(model)
+    , rows(rows)
     , operations(new QStandardItemModel(0, ColumnCount, this))
     , addresses(new QStandardItemModel(0, ColumnCount, this))
 {
@@ -93,8 +93,7 @@ StatisticsPane::StatisticsPane(LiveTraceModel& model, QWidget* parent)
     setWidget(content);
 
     connect(copy, &QPushButton::clicked, this, &StatisticsPane::copyToClipboard);
-    connect(&model, &LiveTraceModel::newDataCollected, this, &StatisticsPane::refresh);
-    connect(&model, &QAbstractItemModel::modelReset, this, &StatisticsPane::refresh);
+    rows.onRowsChanged(this, [this] { refresh(); });
     connect(this, &QDockWidget::visibilityChanged, this, [this](bool visible) {
         if (visible)
             refresh();
@@ -106,9 +105,10 @@ void StatisticsPane::refresh()
     // A hidden pane catches up when it is shown again.
     if (isHidden())
         return;
-    stats.update(model.getLocalRing());
-    fill(operations, operationsView, stats.figures(CallStatistics::ByOperation));
-    fill(addresses, addressesView, stats.figures(CallStatistics::ByAddress));
+    rows.updateStatistics(stats, this, [this] {
+        fill(operations, operationsView, stats.figures(CallStatistics::ByOperation));
+        fill(addresses, addressesView, stats.figures(CallStatistics::ByAddress));
+    });
 }
 
 // Updates the rows in place, so that a reader's selection, scroll position and sort order stay.

@@ -4,7 +4,7 @@
 
 #include <QDockWidget>
 
-class LiveTraceModel;
+class TraceRows;
 class QStandardItemModel;
 class QTableView;
 
@@ -12,13 +12,14 @@ namespace gui {
 
 // A dock with per-operation and per-address figures of the calls the model holds: calls, errors
 // and min / mean / p95 / max duration. Sortable by any column; copied as tab-separated text.
-// The figures follow the model's display stage and cost what arrived since.
+// The figures follow the model's display stage and cost what arrived since; those of a large capture
+// are counted in the background.
 class StatisticsPane : public QDockWidget
 {
     Q_OBJECT
 
 public:
-    StatisticsPane(LiveTraceModel& model, QWidget* parent = nullptr);
+    StatisticsPane(TraceRows& rows, QWidget* parent = nullptr);
 
     const CallStatistics& statistics() const { return stats; }
 
@@ -29,7 +30,7 @@ public slots:
 private:
     void fill(QStandardItemModel* table, QTableView* tableView, const std::vector<CallStatistics::Figures>& list);
 
-    LiveTraceModel& model;
+    TraceRows& rows;
     CallStatistics stats;
     QStandardItemModel* operations;
     QStandardItemModel* addresses;

@@ -3,8 +3,8 @@
 #include "CellToolTips.h"
 #include "DetailsPane.h"
 #include "FindBar.h"
+#include "LiveRows.h"
 #include "LiveTableView.h"
-#include "LiveTraceModel.h"
 #include "RowHeaderView.h"
 #include "SettingsKeys.h"
 #include "StatisticsPane.h"
@@ -41,10 +41,18 @@ protected:
 
 } // namespace
 
-TraceTableArea::TraceTableArea(QMainWindow& window, LiveTableView& view, LiveTraceModel& model)
+TraceTableArea::TraceTableArea(QMainWindow& window, LiveTableView& view, LiveTraceModel& liveModel)
+    : TraceTableArea(window, view, *new LiveRows(liveModel))
+{
+    liveRows.reset(static_cast<LiveRows*>(&rows));
+    liveModel.tableView = &view;
+}
+
+TraceTableArea::TraceTableArea(QMainWindow& window, LiveTableView& view, TraceRows& rows)
     : window(window)
     , view(view)
-    , model(model)
+    , rows(rows)
+    , model(rows.itemModel())
 {
     // The live window's form sets the same; a capture window's table is made here.
     view.setSelectionBehavior(QAbstractItemView::SelectRows);
@@ -62,13 +70,12 @@ TraceTableArea::TraceTableArea(QMainWindow& window, LiveTableView& view, LiveTra
     view.setVerticalHeader(new RowHeaderView(&view));
     view.setModel(&model);
     view.horizontalHeader()->setStretchLastSection(true);
-    model.selectionModel = view.selectionModel();
-    model.tableView = &view;
+    rows.setSelectionModel(view.selectionModel());
 
     new CellToolTips(&view);
-    finder = new FindBar(model, &view);
-    details = new DetailsPane(model, &view, &window);
-    statistics = new StatisticsPane(model, &window);
+    finder = new FindBar(rows, &view);
+    details = new DetailsPane(rows, &view, &window);
+    statistics = new StatisticsPane(rows, &window);
     // Both panes below the table, so that the table keeps its width for the Command column.
     window.addDockWidget(Qt::BottomDockWidgetArea, details);
     window.addDockWidget(Qt::BottomDockWidgetArea, statistics);
@@ -77,7 +84,7 @@ TraceTableArea::TraceTableArea(QMainWindow& window, LiveTableView& view, LiveTra
     statistics->toggleViewAction()->setText(tr("&Statistics pane"));
     onlyErrors = new QAction(tr("&Only errors"), this);
     onlyErrors->setCheckable(true);
-    connect(onlyErrors, &QAction::toggled, this, [this](bool only) { this->model.setOnlyErrors(only); });
+    connect(onlyErrors, &QAction::toggled, this, [this](bool only) { this->rows.setOnlyErrors(only); });
 }
 
 // The panes and the find bar read the model, which may go before the window that holds them.

@@ -4,7 +4,10 @@
 
 #include <memory>
 
+class LiveRows;
+class QAbstractItemModel;
 class LiveTraceModel;
+class TraceRows;
 class QAction;
 class QMainWindow;
 class QMenu;
@@ -31,6 +34,8 @@ class TraceTableArea : public QObject
 
 public:
     TraceTableArea(QMainWindow& window, LiveTableView& view, LiveTraceModel& model);
+    // The same for rows held elsewhere (a capture file).
+    TraceTableArea(QMainWindow& window, LiveTableView& view, TraceRows& rows);
     ~TraceTableArea() override;
 
     // Room for typical values in every column, against the width the window is about to take; on a
@@ -57,7 +62,9 @@ public:
 private:
     QMainWindow& window;
     LiveTableView& view;
-    LiveTraceModel& model;
+    std::unique_ptr<LiveRows> liveRows;
+    TraceRows& rows;
+    QAbstractItemModel& model;
     FindBar* finder;
     DetailsPane* details;
     StatisticsPane* statistics;

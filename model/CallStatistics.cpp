@@ -50,6 +50,7 @@ void CallStatistics::clear()
     operations.clear();
     addresses.clear();
     counted.clear();
+    wholeCount = 0;
     hasLast = false;
     lastSequence = 0;
 }
@@ -95,13 +96,14 @@ void CallStatistics::update(const Ring& ring)
     hasLast = true;
 }
 
-void CallStatistics::add(const Entry& e)
+bool CallStatistics::join(const Entry& e, Groups::value_type*& operation, Groups::value_type*& address,
+                          double& duration, bool& error)
 {
     if (e.kind == 0)
-        return;
-    const bool error = e.status < 0;
-    const double duration = std::isfinite(e.duration) ? e.duration : 0.0;
-    auto join = [duration, error](Groups& groups, const QString& key) {
+        return false;
+    error = e.status < 0;
+    duration = std::isfinite(e.duration) ? e.duration : 0.0;
+    auto joinGroup = [duration, error](Groups& groups, const QString& key) {
         Groups::value_type* group = &*groups.try_emplace(key).first;
         Group& g = group->second;
         g.errors += error ? 1 : 0;
@@ -109,11 +111,33 @@ void CallStatistics::add(const Entry& e)
         g.durations.push_back(duration);
         return group;
     };
-    QByteArray address = RecordDetails::addressBytes(e);
-    const QString addressKey = address.isEmpty() ? QStringLiteral("(no address)")
-                                                 : RecordDetails::escapeBytes(address.left(s_MaxKeyLength), false);
-    counted.push_back(
-        {e.reserved, join(operations, cachedOperationOf(e)), join(addresses, addressKey), duration, error});
+    QByteArray addressBytes = RecordDetails::addressBytes(e);
+    const QString addressKey = addressBytes.isEmpty()
+        ? QStringLiteral("(no address)")
+        : RecordDetails::escapeBytes(addressBytes.left(s_MaxKeyLength), false);
+    operation = joinGroup(operations, cachedOperationOf(e));
+    address = joinGroup(addresses, addressKey);
+    return true;
+}
+
+void CallStatistics::add(const Entry& e)
+{
+    Groups::value_type* operation = nullptr;
+    Groups::value_type* address = nullptr;
+    double duration = 0;
+    bool error = false;
+    if (join(e, operation, address, duration, error))
+        counted.push_back({e.reserved, operation, address, duration, error});
+}
+
+void CallStatistics::count(const Entry& e)
+{
+    Groups::value_type* operation = nullptr;
+    Groups::value_type* address = nullptr;
+    double duration = 0;
+    bool error = false;
+    if (join(e, operation, address, duration, error))
+        ++wholeCount;
 }
 
 void CallStatistics::remove(Groups& groups, Groups::value_type* group, double duration, bool error)

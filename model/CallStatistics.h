@@ -42,6 +42,8 @@ public:
     // Brings the figures in line with the ring: records that left it leave the figures, new ones join.
     void update(const Ring& ring);
     void clear();
+    // For records that are counted once and never leave (a capture counted whole): no update() then.
+    void count(const Entry& e);
 
     // Sorted by key.
     std::vector<Figures> figures(Grouping grouping) const;
@@ -51,7 +53,7 @@ public:
     // "viWrite MEAS:VOLT?" for a message sent to an instrument, the function name otherwise.
     static QString operationOf(const Entry& e);
 
-    std::uint64_t callCount() const { return counted.size(); }
+    std::uint64_t callCount() const { return counted.size() + wholeCount; }
 
 private:
     // Records leave the ring oldest first, so they leave every group oldest first too: a group's
@@ -74,6 +76,9 @@ private:
     };
 
     void add(const Entry& e);
+    // Joins the figures of its operation and address; false for a call record, which counts nothing.
+    bool join(const Entry& e, Groups::value_type*& operation, Groups::value_type*& address, double& duration,
+              bool& error);
     void remove(Groups& groups, Groups::value_type* group, double duration, bool error);
     QString cachedOperationOf(const Entry& e);
     static std::vector<Figures> figuresOf(const Groups& groups);
@@ -83,6 +88,7 @@ private:
     Groups operations;
     Groups addresses;
     std::deque<Counted> counted; // oldest first
+    std::uint64_t wholeCount = 0; // calls counted by count()
     // The newest record taken, to tell new records from old and to notice a cleared ring.
     std::uint64_t lastSequence = 0;
     std::uint64_t lastId = 0;

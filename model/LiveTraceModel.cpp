@@ -1,15 +1,13 @@
 #include "LiveTraceModel.h"
 
 #include "RowBuilder.h"
+#include "RowCells.h"
 #include "ZelVersion.h"
 
-#include <QBrush>
-#include <QColor>
 #include <QDateTime>
 #include <QFont>
 #include <QItemSelectionModel>
 #include <QMutexLocker>
-#include <QPixmap>
 
 #include <algorithm>
 #include <cstddef>
@@ -682,21 +680,13 @@ const LiveTraceModel::Entry* LiveTraceModel::recordAt(int row) const
 
 QVariant LiveTraceModel::headerData(int section, Qt::Orientation orientation, int role) const
 {
-    if (orientation == Qt::Horizontal) {
-        static const char* const titles[ColumnCount] = {"Id",      "Timestamp", "Elapsed time", "Pid",    "Thread",
-                                                        "Session", "Address",   "Duration",     "Status", "Command"};
-        if (role == Qt::DisplayRole && section >= 0 && section < ColumnCount)
-            return QString::fromLatin1(titles[section]);
-        return QVariant();
-    }
+    if (orientation == Qt::Horizontal)
+        return role == Qt::DisplayRole ? RowCells::columnTitle(section) : QVariant();
     const Row* row = displayRow(section);
     if (!row)
         return QVariant();
-    if (role == Qt::DisplayRole) {
-        if (row->entry->id >= row->firstId)
-            return QStringLiteral("%1").arg(static_cast<qulonglong>(row->entry->id - row->firstId), 0, 10);
-        return QStringLiteral("-1");
-    }
+    if (role == Qt::DisplayRole)
+        return RowCells::headerLabel(*row);
     if (role == Qt::DecorationRole)
         return rowIcon(*row);
     return QVariant();
@@ -710,14 +700,8 @@ QVariant LiveTraceModel::data(const QModelIndex& index, int role) const
     switch (role) {
     case Qt::DisplayRole:
         return cellText(*row, index.column());
-    case Qt::BackgroundRole: {
-        QColor highlight;
-        if (filters.isHighlighted(*row->entry, &highlight))
-            return highlight;
-        if (row->entry->status < 0)
-            return QBrush(QColor(255, 128, 128, 255));
-        return QVariant();
-    }
+    case Qt::BackgroundRole:
+        return RowCells::background(filters, *row->entry);
     case Qt::FontRole:
         if (isOfCurrentCall(*row)) {
             QFont bold;
@@ -725,16 +709,8 @@ QVariant LiveTraceModel::data(const QModelIndex& index, int role) const
             return bold;
         }
         return QVariant();
-    case Qt::ForegroundRole: {
-        // Text on a row colour of its own (the light red of errors, a highlight) stays readable
-        // when a dark theme would draw it light.
-        const QVariant background = data(index, Qt::BackgroundRole);
-        if (!background.isValid())
-            return QVariant();
-        const QColor colour = background.userType() == QMetaType::QColor ? background.value<QColor>()
-                                                                         : background.value<QBrush>().color();
-        return QColor(qGray(colour.rgb()) > 127 ? Qt::black : Qt::white);
-    }
+    case Qt::ForegroundRole:
+        return RowCells::foreground(data(index, Qt::BackgroundRole));
     default:
         return QVariant();
     }
@@ -742,38 +718,7 @@ QVariant LiveTraceModel::data(const QModelIndex& index, int role) const
 
 QVariant LiveTraceModel::cellText(const Row& row, int column) const
 {
-    const Entry& e = *row.entry;
-    const bool withoutResult = row.displayKind == CallKind || row.displayKind == PlainKind;
-    switch (static_cast<Column>(column)) {
-    case IdColumn:
-        return QVariant::fromValue<quint64>(e.id);
-    case TimestampColumn:
-        return timestamp2string(static_cast<long>(e.timestamp), e.timestampFraction);
-    case ElapsedTimeColumn:
-        return QStringLiteral("%1 s").arg(e.elapsedTime, 0, 'f', 6);
-    case PidColumn:
-        return QVariant::fromValue<quint32>(e.pid);
-    case ThreadColumn:
-        return QVariant::fromValue<quint32>(e.threadId);
-    case SessionColumn:
-        return QVariant::fromValue<quint32>(e.session);
-    case AddressColumn:
-        return ValueFormat::recordText(e.address);
-    case DurationColumn:
-        return withoutResult ? QString() : duration2string(row.repeatCount != 0 ? row.summedDuration : e.duration);
-    case StatusColumn:
-        return withoutResult ? QString() : status2string(e.status);
-    case CommandColumn: {
-        QString text;
-        if (row.repeatCount != 0)
-            text = QStringLiteral("%1 x ").arg(static_cast<qulonglong>(row.repeatCount) + 1, 0, 10);
-        text += ValueFormat::recordText(e.text);
-        return showOnlyStringParameters ? filterStrings(text) : text;
-    }
-    case ColumnCount:
-        break;
-    }
-    return QVariant();
+    return RowCells::text(row, column, showOnlyStringParameters);
 }
 
 bool LiveTraceModel::isOfCurrentCall(const Row& row) const
@@ -786,23 +731,5 @@ bool LiveTraceModel::isOfCurrentCall(const Row& row) const
 
 QVariant LiveTraceModel::rowIcon(const Row& row) const
 {
-    // Loaded once, on first use, from the compiled-in resources.
-    if (icons.empty()) {
-        for (const char* name : {"empty", "MessageTre50f401bc0a26b", "DownArrow", "UpArrow", "DownArrowY", "UpArrowY"})
-            icons.emplace_back(QStringLiteral(":/icons/%1.ico").arg(QLatin1String(name)));
-    }
-    enum
-    {
-        Empty,
-        Collapsed,
-        Down,
-        Up,
-        DownCurrent,
-        UpCurrent
-    };
-    if (row.displayKind == CallKind)
-        return icons[isOfCurrentCall(row) ? DownCurrent : Down];
-    if (row.displayKind == ReturnKind)
-        return icons[isOfCurrentCall(row) ? UpCurrent : Up];
-    return icons[row.repeatCount == 0 ? Empty : Collapsed];
+    return RowCells::icon(row, isOfCurrentCall(row));
 }

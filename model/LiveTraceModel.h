@@ -12,7 +12,6 @@
 #include <QAbstractTableModel>
 #include <QHash>
 #include <QMutex>
-#include <QPixmap>
 #include <QTimer>
 
 #include <cstdint>
@@ -234,5 +233,4 @@ private:
     static QMutex s_mutex;
 
     QString sharedRingName;
-    mutable std::vector<QPixmap> icons;
 };

@@ -401,7 +401,11 @@ QString summaryLine(const Entry* call, const Entry* ret)
 
 QStringList callLines(const Ring& ring, const Entry& e, QStringList* callPart, QStringList* returnPart)
 {
-    const Entry* partner = findPartner(ring, e);
+    return callLines(e, findPartner(ring, e), callPart, returnPart);
+}
+
+QStringList callLines(const Entry& e, const Entry* partner, QStringList* callPart, QStringList* returnPart)
+{
     const Entry* call = e.kind == 0 ? &e : partner;
     const Entry* ret = e.kind == 0 ? partner : &e;
     const QStringList callText = call ? recordLines(*call) : QStringList {QStringLiteral("Call record no longer held")};

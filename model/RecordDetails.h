@@ -63,6 +63,9 @@ QString summaryLine(const Entry* call, const Entry* ret);
 // record, a blank line, the return record (each also handed out on its own, for side by side views).
 QStringList callLines(const Ring& ring, const Entry& e, QStringList* callPart = nullptr,
                       QStringList* returnPart = nullptr);
+// The same with the other record of the call already found (null when it is not known).
+QStringList callLines(const Entry& e, const Entry* partner, QStringList* callPart = nullptr,
+                      QStringList* returnPart = nullptr);
 
 // The other record of the same call (same pid, thread and id), searched anywhere in the ring: a
 // return after its call, a call before its return. Null when it is not (or no longer) there.

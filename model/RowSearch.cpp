@@ -66,7 +66,13 @@ bool RowSearch::matchesText(const QString& text) const
 bool RowSearch::matches(const LiveTraceModel& model, int row) const
 {
     const LiveTraceModel::Row* r = model.displayRow(row);
-    if (!active || !r)
+    return r && matches(*r);
+}
+
+bool RowSearch::matches(const LiveTraceModel::Row& row) const
+{
+    const LiveTraceModel::Row* r = &row;
+    if (!active)
         return false;
     const LiveTraceModel::Entry& e = *r->entry;
     const std::size_t textLength = strnlen(e.text, sizeof e.text);

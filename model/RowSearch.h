@@ -4,7 +4,7 @@
 #include <QRegularExpression>
 #include <QString>
 
-class LiveTraceModel;
+#include "LiveTraceModel.h"
 
 // Finds rows of the live table whose command, address or status name contain a text
 // (case-insensitive) or match a regular expression, and rows of failed calls. Moves wrap around
@@ -18,6 +18,11 @@ public:
     QString errorString() const { return error; }
 
     bool matches(const LiveTraceModel& model, int row) const;
+    // The same for a row with its record, wherever it is held.
+    bool matches(const LiveTraceModel::Row& row) const;
+    // An ASCII text (not an expression): it is found in the bytes of a record as they are.
+    bool isPlainAscii() const { return active && !regex && ascii; }
+    QByteArray asciiNeedle() const { return folded; }
     // Whether one text as shown in a cell matches, for marking the cells that made a row match.
     bool matchesText(const QString& text) const;
     // The next matching row after from (before it when going back), wrapping; -1 when none.

@@ -22,10 +22,16 @@ public:
     using Entry = LiveTraceModel::Entry;
     using Row = LiveTraceModel::Row;
 
+    // A completed row is handed on with the call record it took in (null for the other rows, and for
+    // a return that came first and so stands completed on its own).
+    using EmitRow = std::function<void(Row const& row, Entry const* call)>;
+    RowStream(ModelFilters filters, EmitRow emitRow);
     RowStream(ModelFilters filters, std::function<void(Row const&)> emitRow);
 
     // Takes the records the model took since the last call; run it after every internal stage.
     void take(LiveTraceModel const& model);
+    // One record in arrival order, from wherever records come (a file being converted).
+    void add(Entry const& record);
     // Hands on the last row: nothing can change it any more.
     void finish();
     // Records the model took but had overwritten in its local ring before take() saw them.
@@ -38,12 +44,12 @@ private:
         RowStream& stream;
         bool empty() const { return !stream.hasPending; }
         Row& last() { return stream.pendingRow; }
-        void popLast() { stream.hasPending = false; }
+        void popLast();
         void push(Row const& row);
     };
 
     ModelFilters filters;
-    std::function<void(Row const&)> emitRow;
+    EmitRow emitRow;
     QHash<std::uint32_t, std::uint64_t> firstIdByPid;
     RowBuilder builder;
     std::uint64_t nextSequence = 1;
@@ -51,4 +57,9 @@ private:
     Entry pendingEntry {};
     Row pendingRow {};
     bool hasPending = false;
+    // The last row taken back by the builder: a call that its return completes.
+    Entry poppedEntry {};
+    bool hasPopped = false;
+    Entry pendingCall {};
+    bool pendingHasCall = false;
 };

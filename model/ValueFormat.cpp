@@ -144,6 +144,14 @@ static_assert(std::size(s_StatusNames) == 97);
 
 } // namespace
 
+std::vector<int> namedStatuses()
+{
+    std::vector<int> codes;
+    for (StatusName const& s : s_StatusNames)
+        codes.push_back(static_cast<int>(s.code));
+    return codes;
+}
+
 QString status2string(int status)
 {
     const auto code = static_cast<std::uint32_t>(status);

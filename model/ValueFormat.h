@@ -5,6 +5,7 @@
 
 #include <cstddef>
 #include <cstring>
+#include <vector>
 
 // How record fields read in the live view and the export. Pure functions; the live model offers
 // them as its static members.
@@ -16,6 +17,8 @@ QString timestamp2string(const long& seconds, const double& fraction);
 QString duration2string(double seconds);
 // The VISA name of a status code, translated in the context "LiveTraceModel".
 QString status2string(int status);
+// The status codes that have a name of their own; every other code is "Unknown Status".
+std::vector<int> namedStatuses();
 // The command text reduced to its string arguments.
 QString filterStrings(const QString& command);
 

@@ -9,6 +9,7 @@ packages=(
     xvfb xauth
     python3 python3-pyvisa python3-pyvisa-py
     libqt5svg5-dev desktop-file-utils appstream
+    libsqlite3-dev
 )
 # The fuzzers need clang and its libFuzzer runtime; only `make fuzz` asks for them.
 if [ "${1:-}" = fuzz ]; then

@@ -3,6 +3,7 @@
 #include "ZelVersion.h"
 
 #include <QCommandLineParser>
+#include <QFileInfo>
 
 #include <limits>
 
@@ -26,9 +27,10 @@ RecordCommandLine RecordCommandLine::parse(QStringList const& arguments)
                                     QStringLiteral("The file to write (replaced if it exists)."),
                                     QStringLiteral("file"));
     const QCommandLineOption format(QStringLiteral("format"),
-                                    QStringLiteral("csv, text (as \"Save view\") or timeline (Trace Event JSON for "
-                                                   "Perfetto and chrome://tracing). Default: from the file "
-                                                   "suffix (.csv, .json, else text)."),
+                                    QStringLiteral("zelcap (a capture file for long recordings, opened whole by the "
+                                                   "window), csv, text (as \"Save view\") or timeline (Trace Event "
+                                                   "JSON for Perfetto and chrome://tracing). Default: from the file "
+                                                   "suffix (.zelcap, .csv, .json, else text)."),
                                     QStringLiteral("format"));
     const QCommandLineOption duration(QStringLiteral("duration"), QStringLiteral("Stop after this many seconds."),
                                       QStringLiteral("seconds"));
@@ -72,11 +74,15 @@ RecordCommandLine RecordCommandLine::parse(QStringList const& arguments)
         return refuse(QStringLiteral("no output file; see --help"));
     o.output = parser.value(output);
     o.format = capture::formatForFileName(o.output);
+    o.zelcap = QFileInfo(o.output).suffix().toLower() == QLatin1String("zelcap");
     if (parser.isSet(format)) {
         const auto f = capture::formatForName(parser.value(format));
-        if (!f)
-            return refuse(QStringLiteral("unknown format \"%1\"; use csv, text or timeline").arg(parser.value(format)));
-        o.format = *f;
+        o.zelcap = parser.value(format) == QLatin1String("zelcap");
+        if (!f && !o.zelcap)
+            return refuse(
+                QStringLiteral("unknown format \"%1\"; use zelcap, csv, text or timeline").arg(parser.value(format)));
+        if (f)
+            o.format = *f;
     }
     bool good = true;
     if (parser.isSet(duration)) {

@@ -16,6 +16,8 @@ struct RecordOptions
 {
     QString output;
     capture::Format format = capture::Format::Csv;
+    // A capture file rather than one of the export formats.
+    bool zelcap = false;
     double duration = 0;
     std::uint64_t count = 0;
     QString viewFilter;

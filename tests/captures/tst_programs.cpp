@@ -1,6 +1,8 @@
 #include "LiveTraceModel.h"
+#include "ToolPresence.h"
 #include "TraceProducer.h"
 #include "TraceTestSupport.h"
+#include "ZelcapFile.h"
 
 #include <QtTest>
 
@@ -249,6 +251,59 @@ private slots:
         QVERIFY(lost.hasMatch());
         QVERIFY(producer.getDropped() > 0);
         QCOMPARE(records + lost.captured(1).toULongLong(), producer.getWritten() + producer.getDropped() - triedBefore);
+    }
+
+    // A recorder killed in the middle of a recording at full rate leaves a capture file that opens and
+    // holds every call up to its last transaction: the first calls without a gap, at least all of those
+    // it had committed before, and nothing the producer did not write.
+    void killedRecorderKeepsWhatItCommitted()
+    {
+        control.clear();
+        control.setTracingActive(false);
+        const QString file = dir.filePath("killed.zelcap"_q);
+        QProcess p;
+        p.start(recorder, privateNames + QStringList {"-q"_q, "-o"_q, file});
+        QTRY_VERIFY_WITH_TIMEOUT(QFileInfo(file).size() > 0 && header().startsWith("tracing 1"_q), 20000);
+        std::uint64_t id = 0;
+        auto writeCalls = [&](std::uint64_t count) {
+            for (const std::uint64_t end = id + count; id < end;) {
+                if (producer.freeEntries() < 3) {
+                    QThread::usleep(100);
+                    continue;
+                }
+                ++id;
+                producer.write(makeCall(4242, 1, id, 0, "viRead(0x1, buf, 20)"));
+                producer.write(makeCall(4242, 1, id, 1, "viRead(0x1, \"1.25\", 20)"));
+            }
+        };
+        auto callsIn = [&file](std::int64_t& rows) {
+            capture::ZelcapFile capture;
+            QString error;
+            std::uint64_t last = 0;
+            bool gapless = capture.open(file, error);
+            rows = capture.rowCount();
+            capture.scan(1, rows, [&](capture::StoredRow const& r) {
+                gapless = gapless && r.record.id == last + (r.record.kind == 0 || r.hasCall ? 1 : 0);
+                last = r.record.id;
+                return gapless;
+            });
+            return gapless ? last : 0;
+        };
+        writeCalls(20000);
+        std::int64_t rows = 0;
+        // Committed within half a second, the last call once the next one comes.
+        writeCalls(1);
+        QTRY_VERIFY_WITH_TIMEOUT(callsIn(rows) >= 20000, 20000);
+        writeCalls(30000);
+        ::kill(static_cast<pid_t>(p.processId()), SIGKILL);
+        QVERIFY(p.waitForFinished(20000));
+        const std::uint64_t kept = callsIn(rows);
+        QVERIFY2(kept >= 20000 && kept <= id, qPrintable("%1 calls kept of %2"_q.arg(kept).arg(id)));
+        QVERIFY(rows > 0);
+        control.setTracingActive(false);
+        // What the killed recorder left attached goes with the test.
+        ZelTracer::RingBufferSharedMem<ZelTracer::FullEntry>(privateNames[5], LiveTraceModel::s_DefaultSharedRingSize);
+        TestNames::removeSegment(ZelTracer::ToolPresence::keyFor(privateNames[5].toStdString()));
     }
 };
 
