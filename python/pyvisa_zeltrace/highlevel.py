@@ -12,6 +12,7 @@ from ._zeltrace import CALL, RETURN, Tracer
 _SYSTEM_ERROR = int(constants.StatusCode.error_system_error)
 _TEXT_LIMIT = 900  # the record carries 959 characters; leave room for the other arguments
 _ADDRESS_LIMIT = 131  # the characters a record's address holds
+_RAISED_LIMIT = 200  # of an exception's message, after the call
 
 # Library machinery that is not a VISA operation: inherited as is, or delegated untraced below.
 _NOT_TRACED = {
@@ -115,14 +116,14 @@ def split_result(result):
 def command_text(method, args, values, done):
     """The command column: the call's arguments and, once it returned, its results."""
     name = visa_name(method)
-    if method == "write":
+    if method == "write" and len(args) > 1 and isinstance(args[1], (bytes, bytearray, str)):
         session, data = args[0], args[1]
         parts = [argument(session), quoted(data), str(len(data))] + ([argument(values[0])] if done and values else [])
-    elif method == "read":
+    elif method == "read" and len(args) > 1:
         session, count = args[0], args[1]
         data = values[0] if done and values else b""
         parts = [argument(session), quoted(data), argument(count)] + ([str(len(data))] if done else [])
-    elif method in ("get_attribute", "set_attribute"):
+    elif method in ("get_attribute", "set_attribute") and len(args) > 1 + (method == "set_attribute"):
         parts = [argument(args[0]), "attribute=" + attribute_name(args[1])]
         if method == "set_attribute":
             parts.append("value=" + argument(args[2]))
@@ -198,9 +199,10 @@ class ZelTraceVisaLibrary(VisaLibraryBase):
             self._record(record_id, RETURN, session, address, error.error_code, time.perf_counter() - start,
                          method, shown, [], True)
             raise
-        except Exception:
+        except Exception as error:  # pylint: disable=broad-except
+            # Not a VISA status: the script sees the exception, the tool its type and message.
             self._record(record_id, RETURN, session, address, _SYSTEM_ERROR, time.perf_counter() - start,
-                         method, shown, [], True)
+                         method, shown, [], True, raised=error)
             raise
         duration = time.perf_counter() - start
         values, status = split_result(result)
@@ -213,12 +215,15 @@ class ZelTraceVisaLibrary(VisaLibraryBase):
             self.addresses.pop(shown[0], None)
         return result
 
-    def _record(self, record_id, kind, session, address, status, duration, method, shown, values, done):
+    def _record(self, record_id, kind, session, address, status, duration, method, shown, values, done,
+                raised=None):
         # Tracing must never change what the script sees: a record that cannot be made is left out.
         try:
-            self.tracer.record(record_id, kind, int(session), address, int(status), duration,
-                               command_text(method, shown, values, done))
-        except Exception:
+            text = command_text(method, shown, values, done)
+            if raised is not None:
+                text += " raised %s: %s" % (type(raised).__name__, escaped(str(raised)[:_RAISED_LIMIT]))
+            self.tracer.record(record_id, kind, int(session), address, int(status), duration, text)
+        except Exception:  # pylint: disable=broad-except
             pass
 
 

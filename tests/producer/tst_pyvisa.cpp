@@ -47,7 +47,7 @@ private slots:
         instrument.kill();
         instrument.waitForFinished();
         QVERIFY2(script.exitCode() == 0, script.readAllStandardError().constData());
-        QCOMPARE(script.readAllStandardOutput().trimmed(), QByteArray("timeout -1073807339"));
+        QCOMPARE(script.readAllStandardOutput().trimmed(), QByteArray("timeout -1073807339\nraised TypeError"));
 
         control.copySharedMemory(true);
         const std::vector<FullEntry> records = walk(control);
