@@ -10,6 +10,7 @@ packages=(
     python3 python3-pyvisa python3-pyvisa-py
     libqt5svg5-dev desktop-file-utils appstream
     libsqlite3-dev
+    lintian pkg-config
 )
 # The fuzzers need clang and its libFuzzer runtime; only `make fuzz` asks for them.
 if [ "${1:-}" = fuzz ]; then
