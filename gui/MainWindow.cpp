@@ -96,6 +96,7 @@ MainWindow::MainWindow(QWidget* parent, TraceApplication& app)
     setupConnections();
     setupAnalysis();
     setupCaptureActions();
+    setupKeys();
     restoreWindowSettings();
     applyCommandLine();
     // The table, not the file name field, takes the keyboard first: arrow keys move through rows
@@ -634,6 +635,33 @@ void MainWindow::saveAnalysisSettings() const
     area->savePanes(settings);
     settings.setValue(key(SettingsKeys::s_AnalysisGroup) + QLatin1Char('/') + key(SettingsKeys::s_KeepWhilePaused),
                       keepWhilePaused->isChecked());
+}
+
+// Keys beside the menus and actions, whose texts carry no mnemonic and which have no shortcut of their
+// own: the first three menus open with Alt and their first letter (Analysis and Help have theirs), and
+// the commands used most have keys, each doing what its action does while the action may.
+void MainWindow::setupKeys()
+{
+    auto key = [this](QKeySequence const& sequence, auto run) {
+        auto* action = new QAction(this);
+        action->setShortcut(sequence);
+        connect(action, &QAction::triggered, this, run);
+        addAction(action);
+    };
+    for (auto [letter, menu] : {std::pair {Qt::Key_F, ui->menuFile}, std::pair {Qt::Key_R, ui->menuRecording},
+                                std::pair {Qt::Key_V, ui->menuView}})
+        key(QKeySequence(Qt::ALT + letter), [this, menu = menu] { menuBar()->setActiveAction(menu->menuAction()); });
+    auto trigger = [](QAction* action) {
+        return [action] {
+            if (action->isEnabled())
+                action->trigger();
+        };
+    };
+    key(QKeySequence(Qt::Key_F5), trigger(ui->actionStart));
+    key(QKeySequence(Qt::SHIFT + Qt::Key_F5), trigger(ui->actionStop));
+    key(QKeySequence(Qt::CTRL + Qt::Key_P), trigger(ui->actionPause));
+    key(QKeySequence(Qt::CTRL + Qt::Key_L), trigger(ui->actionReset_Current_Buffer));
+    key(QKeySequence(Qt::CTRL + Qt::SHIFT + Qt::Key_C), trigger(ui->actionCopy_view));
 }
 
 void MainWindow::setupCaptureActions()

@@ -70,6 +70,7 @@ private:
     void setupAnalysis();
     // Export, Open capture and About, beside the fixed actions of the form.
     void setupCaptureActions();
+    void setupKeys();
     void saveAnalysisSettings() const;
     // The log name as it goes into the header: absolute, its folders without symbolic links.
     static QString resolvedLogFile(QString const& name);

@@ -365,9 +365,13 @@ QStringList recordLines(const Entry& e)
     lines << QStringLiteral("Elapsed time: %1 s").arg(e.elapsedTime, 0, 'f', 6);
     // A call record carries no result yet; its duration and status fields mean nothing.
     if (e.kind != 0) {
-        lines << QStringLiteral("Duration: %1 (%2 s)")
-                     .arg(ValueFormat::duration2string(e.duration))
-                     .arg(e.duration, 0, 'g', 9);
+        // The seconds as a plain decimal to the nanosecond: "7.3 µs (0.000007274 s)", not 7.27399993e-06.
+        QString seconds = QString::number(e.duration, 'f', 9);
+        while (seconds.endsWith(QLatin1Char('0')))
+            seconds.chop(1);
+        if (seconds.endsWith(QLatin1Char('.')))
+            seconds.chop(1);
+        lines << QStringLiteral("Duration: %1 (%2 s)").arg(ValueFormat::duration2string(e.duration), seconds);
         lines << QStringLiteral("Status: %1 (%2)")
                      .arg(ValueFormat::status2string(e.status))
                      .arg(hex32(static_cast<std::uint32_t>(e.status)));

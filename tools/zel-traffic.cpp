@@ -192,21 +192,21 @@ public:
 
     void run()
     {
-        call(1, "", s_Success, "viOpenDefaultRM(0x00000001)");
+        call(1, "", s_Success, "viOpenDefaultRM(1)");
         while (!finished()) {
             const char* address = pick(s_Addresses);
             const std::uint32_t session = 2 + static_cast<std::uint32_t>(random() % 200);
             if (chance(5)) {
-                call(1, address, s_ErrorNotFound, "viOpen(0x00000001, \"%s\", 0, 2000, 0x00000000)", address);
+                call(1, address, s_ErrorNotFound, "viOpen(1, \"%s\", 0, 2000, 0)", address);
                 continue;
             }
-            call(1, address, s_Success, "viOpen(0x00000001, \"%s\", 0, 2000, 0x%08X)", address, session);
-            call(session, address, s_Success, "viSetAttribute(0x%08X, %s)", session, pick(s_Attributes));
+            call(1, address, s_Success, "viOpen(1, \"%s\", 0, 2000, %u)", address, session);
+            call(session, address, s_Success, "viSetAttribute(%u, %s)", session, pick(s_Attributes));
             const int exchanges = 1 + static_cast<int>(random() % 6);
             for (int i = 0; i < exchanges && !finished(); ++i)
                 exchange(session, address);
-            call(session, address, s_Success, "viGetAttribute(0x%08X, attribute=VI_ATTR_INTF_TYPE, value=6)", session);
-            call(session, address, s_Success, "viClose(0x%08X)", session);
+            call(session, address, s_Success, "viGetAttribute(%u, attribute=VI_ATTR_INTF_TYPE, value=6)", session);
+            call(session, address, s_Success, "viClose(%u)", session);
         }
     }
 
@@ -227,27 +227,29 @@ private:
                 std::snprintf(value, sizeof value, "%s%.3f", p ? "," : "", (random() % 10000) / 1000.0);
                 list += value;
             }
-            call(session, address, s_Success, "viWrite(0x%08X, \"%s\\n\", %zu, %zu)", session, list.c_str(),
+            call(session, address, s_Success, "viWrite(%u, \"%s\\n\", %zu, %zu)", session, list.c_str(),
                  list.size() + 1, list.size() + 1);
             return;
         }
         if (chance(30)) {
             const char* command = pick(s_Writes);
-            call(session, address, s_Success, "viWrite(0x%08X, \"%s\", %zu, %zu)", session, command,
+            call(session, address, s_Success, "viWrite(%u, \"%s\", %zu, %zu)", session, command,
                  std::strlen(command) - 1, std::strlen(command) - 1);
             return;
         }
         const auto& query = s_Queries[random() % (sizeof s_Queries / sizeof s_Queries[0])];
-        call(session, address, s_Success, "viWrite(0x%08X, \"%s\", %zu, %zu)", session, query[0],
-             std::strlen(query[0]) - 1, std::strlen(query[0]) - 1);
+        call(session, address, s_Success, "viWrite(%u, \"%s\", %zu, %zu)", session, query[0], std::strlen(query[0]) - 1,
+             std::strlen(query[0]) - 1);
         if (chance(4))
-            call(session, address, s_ErrorTimeout, "viRead(0x%08X, \"\", 1024, 0)", session);
+            call(session, address, s_ErrorTimeout, "viRead(%u, \"\", 1024, 0)", session);
         else
-            call(session, address, s_SuccessTermChar, "viRead(0x%08X, \"%s\", 1024, %zu)", session, query[1],
+            call(session, address, s_SuccessTermChar, "viRead(%u, \"%s\", 1024, %zu)", session, query[1],
                  std::strlen(query[1]) - 1);
     }
 
-    // A call record, then its return record with the call's duration and status.
+    // A call record, then its return record with the call's duration and status. The generator does
+    // not wait for a simulated call, so it keeps a clock of its own: a call starts no earlier than the
+    // last one returned, and returns its duration after it started (a 2 s timeout returns 2 s later).
     template<class... Args>
     void call(std::uint32_t session, const char* address, std::int32_t status, const char* format, Args... args)
     {
@@ -257,22 +259,27 @@ private:
         std::snprintf(entry.address, sizeof entry.address, "%s", address);
         entry.id = nextId++;
         entry.session = session;
+        const auto micros = [](auto time) {
+            return std::chrono::duration_cast<std::chrono::microseconds>(time.time_since_epoch()).count();
+        };
+        const std::int64_t wall = micros(std::chrono::system_clock::now());
+        const std::int64_t start = std::max(wall, returned);
         const double duration = status == s_ErrorTimeout ? 2.0 : 20e-6 * (1 + random() % 500);
-        emit(0, 0.0, s_Success);
+        emit(0, 0.0, s_Success, start);
+        returned = start + static_cast<std::int64_t>(duration * 1e6);
         if (!finished())
-            emit(1, duration, status);
+            emit(1, duration, status, returned);
     }
 
-    void emit(std::uint32_t kind, double duration, std::int32_t status)
+    // At a time in microseconds since the epoch.
+    void emit(std::uint32_t kind, double duration, std::int32_t status, std::int64_t micros)
     {
-        const auto now = std::chrono::system_clock::now().time_since_epoch();
-        const auto micros = std::chrono::duration_cast<std::chrono::microseconds>(now).count();
         entry.kind = kind;
         entry.duration = duration;
         entry.status = status;
         entry.timestamp = micros / 1000000;
-        entry.timestampFraction = (micros % 1000000) / 1e6;
-        entry.elapsedTime = std::chrono::duration<double>(std::chrono::steady_clock::now() - started).count();
+        entry.timestampFraction = static_cast<double>(micros % 1000000) / 1e6;
+        entry.elapsedTime = static_cast<double>(micros - startedMicros) / 1e6;
         producer.write(entry);
         ++produced;
         pace();
@@ -301,6 +308,11 @@ private:
     std::atomic<std::uint64_t>& nextId;
     std::mt19937 random;
     std::chrono::steady_clock::time_point started;
+    // Microseconds since the epoch: when the generator started, and when its last call returned.
+    std::int64_t startedMicros
+        = std::chrono::duration_cast<std::chrono::microseconds>(std::chrono::system_clock::now().time_since_epoch())
+              .count();
+    std::int64_t returned = 0;
     FullEntry entry;
     std::uint64_t produced = 0;
 };

@@ -188,6 +188,9 @@ Text dump:
         QCOMPARE(RecordDetails::callLines(r.ring, r.ring(4)),
                  lines("viWrite on GPIB0::22::INSTR: not returned yet\n\n"_q
                        + record.arg("Call record"_q).arg(9).arg(QString()) + "\n\nNot returned yet"_q));
+        FullEntry quick = makeCall(100, 7, 2, 1, text);
+        quick.duration = 7.27399993e-06;
+        QVERIFY(RecordDetails::recordLines(quick).contains("Duration: 7.3 \u00b5s (0.000007274 s)"_q));
     }
 
     void command_data(); // after the class: its "#" in raw strings would confuse moc

@@ -488,6 +488,51 @@ private slots:
         QVERIFY(shown(model.rowCount() - 1));
     }
 
+    // Keys beside the menus, whose texts carry no mnemonic, and the actions, which have no shortcut.
+    void keys_data()
+    {
+        QTest::addColumn<int>("key");
+        QTest::addColumn<QString>("outcome");
+        QTest::newRow("Alt+F opens File") << int(Qt::ALT + Qt::Key_F) << "menu File";
+        QTest::newRow("Alt+R opens Recording") << int(Qt::ALT + Qt::Key_R) << "menu Recording";
+        QTest::newRow("Alt+V opens View") << int(Qt::ALT + Qt::Key_V) << "menu View";
+        QTest::newRow("F5 starts") << int(Qt::Key_F5) << "tracing 1";
+        QTest::newRow("Shift+F5 stops") << int(Qt::SHIFT + Qt::Key_F5) << "tracing 0";
+        QTest::newRow("Ctrl+P pauses") << int(Qt::CTRL + Qt::Key_P) << "paused 1";
+        QTest::newRow("Ctrl+L clears") << int(Qt::CTRL + Qt::Key_L) << "rows 0";
+        QTest::newRow("Ctrl+Shift+C copies the view") << int(Qt::CTRL + Qt::SHIFT + Qt::Key_C) << "copied 1";
+    }
+    void keys()
+    {
+        QFETCH(int, key);
+        QFETCH(QString, outcome);
+        writeCalls(40, 1, 0, 3);
+        capture();
+        if (key == Qt::Key_F5)
+            app.stoptrace();
+        QGuiApplication::clipboard()->clear();
+        shownView();
+        window->activateWindow();
+        QVERIFY(QTest::qWaitForWindowActive(window.get()));
+        QTest::keyClick(window.get(), Qt::Key(key & ~Qt::KeyboardModifierMask),
+                        Qt::KeyboardModifiers(key & Qt::KeyboardModifierMask));
+        QString seen;
+        if (auto* menu = qobject_cast<QMenu*>(QApplication::activePopupWidget()))
+            seen = QStringLiteral("menu ") + menu->title();
+        else if (outcome.startsWith(QLatin1String("tracing")))
+            seen = QStringLiteral("tracing %1").arg(app.getChannelControl().tracingActive());
+        else if (outcome.startsWith(QLatin1String("paused")))
+            seen = QStringLiteral("paused %1").arg(model.isPaused());
+        else if (outcome.startsWith(QLatin1String("rows")))
+            seen = QStringLiteral("rows %1").arg(model.rowCount());
+        else
+            seen = QStringLiteral("copied %1")
+                       .arg(QGuiApplication::clipboard()->text().startsWith(QLatin1String("# VISA version")));
+        if (QWidget* popup = QApplication::activePopupWidget())
+            popup->close();
+        QCOMPARE(seen, outcome);
+    }
+
     // The whole program as it runs: the traffic generator is a separate process on the private segment.
     void endToEndWithGenerator()
     {
