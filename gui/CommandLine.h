@@ -12,6 +12,9 @@ struct CommandLine
     bool startTracing = false;
     bool startFileTracing = false;
     QString fileName;
+    // Paths given before any "-ft": captures to open beside the live window (a file manager passes
+    // them so), which the window's own walk leaves alone.
+    QStringList captureFiles;
 
     // Walks the arguments in order, the program name included. A path counts only after "-ft", and
     // a later path replaces an earlier one.

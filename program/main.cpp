@@ -1,3 +1,5 @@
+#include "CaptureFileWindow.h"
+#include "CommandLine.h"
 #include "MainWindow.h"
 #include "TraceApplication.h"
 #include "UnixSignalQuit.h"
@@ -66,6 +68,9 @@ int main(int argc, char** argv)
     UnixSignalQuit signalQuit;
     QObject::connect(&signalQuit, &UnixSignalQuit::quitRequested, window.get(), &QWidget::close);
     window->show();
+    // Captures named on the command line (a file manager's double click) open beside the live view.
+    for (QString const& file : gui::CommandLine::parse(QCoreApplication::arguments()).captureFiles)
+        gui::CaptureFileWindow::openAny(file, window.get());
     const int result = app->exec();
     window.reset();
     app.reset();

@@ -247,9 +247,10 @@ private:
                  std::strlen(query[1]) - 1);
     }
 
-    // A call record, then its return record with the call's duration and status. The generator does
-    // not wait for a simulated call, so it keeps a clock of its own: a call starts no earlier than the
-    // last one returned, and returns its duration after it started (a 2 s timeout returns 2 s later).
+    // A call record, then its return record with the call's status, stamped when it returns and with
+    // the time between the two as its duration, as a traced program measures it. The call takes its
+    // simulated time for real (a 2 s timeout returns 2 s later) as far as the rate leaves room: at
+    // higher rates every call is shorter alike, and as fast as possible (rate 0) it takes no time.
     template<class... Args>
     void call(std::uint32_t session, const char* address, std::int32_t status, const char* format, Args... args)
     {
@@ -259,27 +260,28 @@ private:
         std::snprintf(entry.address, sizeof entry.address, "%s", address);
         entry.id = nextId++;
         entry.session = session;
-        const auto micros = [](auto time) {
-            return std::chrono::duration_cast<std::chrono::microseconds>(time.time_since_epoch()).count();
-        };
-        const std::int64_t wall = micros(std::chrono::system_clock::now());
-        const std::int64_t start = std::max(wall, returned);
-        const double duration = status == s_ErrorTimeout ? 2.0 : 20e-6 * (1 + random() % 500);
-        emit(0, 0.0, s_Success, start);
-        returned = start + static_cast<std::int64_t>(duration * 1e6);
+        const double simulated = status == s_ErrorTimeout ? 2.0 : 20e-6 * (1 + random() % 500);
+        const double scale = options.rate > 0 ? std::min(1.0, (1.0 / options.rate) / s_MeanCallSeconds) : 0.0;
+        const auto called = std::chrono::system_clock::now();
+        emit(0, 0.0, s_Success, called);
+        const auto wait = std::chrono::duration<double>(simulated * scale);
+        // Shorter waits than the scheduler keeps are not worth a sleep.
+        if (wait > std::chrono::microseconds(200))
+            std::this_thread::sleep_for(wait);
+        const auto returned = std::chrono::system_clock::now();
         if (!finished())
-            emit(1, duration, status, returned);
+            emit(1, std::chrono::duration<double>(returned - called).count(), status, returned);
     }
 
-    // At a time in microseconds since the epoch.
-    void emit(std::uint32_t kind, double duration, std::int32_t status, std::int64_t micros)
+    void emit(std::uint32_t kind, double duration, std::int32_t status, std::chrono::system_clock::time_point when)
     {
+        const auto micros = std::chrono::duration_cast<std::chrono::microseconds>(when.time_since_epoch()).count();
         entry.kind = kind;
         entry.duration = duration;
         entry.status = status;
         entry.timestamp = micros / 1000000;
         entry.timestampFraction = static_cast<double>(micros % 1000000) / 1e6;
-        entry.elapsedTime = static_cast<double>(micros - startedMicros) / 1e6;
+        entry.elapsedTime = std::chrono::duration<double>(std::chrono::steady_clock::now() - started).count();
         producer.write(entry);
         ++produced;
         pace();
@@ -308,11 +310,9 @@ private:
     std::atomic<std::uint64_t>& nextId;
     std::mt19937 random;
     std::chrono::steady_clock::time_point started;
-    // Microseconds since the epoch: when the generator started, and when its last call returned.
-    std::int64_t startedMicros
-        = std::chrono::duration_cast<std::chrono::microseconds>(std::chrono::system_clock::now().time_since_epoch())
-              .count();
-    std::int64_t returned = 0;
+    // The mean simulated time of a call (mostly a few ms, 2 s now and then): calls at a rate of one
+    // per this much or slower take their simulated time; faster ones a part of it.
+    static constexpr double s_MeanCallSeconds = 0.05;
     FullEntry entry;
     std::uint64_t produced = 0;
 };

@@ -63,12 +63,13 @@ private slots:
         QTest::addColumn<QString>("asked");
         auto row = [](const char* line, const char* asked) { QTest::newRow(line) << QString::fromLatin1(asked); };
         row("zel", "00 ");
+        row("zel night.zelcap -t a.csv", "10  | night.zelcap a.csv"); // captures beside, as a file manager passes
         row("zel -t", "10 ");
         row("zel -ft", "01 "); // the window keeps the name it restored
         row("zel -ft /tmp/a.log", "01 /tmp/a.log");
         row("zel -ft -x log.txt", "01 log.txt");
         row("zel -ft a.log b.log", "01 b.log");
-        row("zel /tmp/a.log -ft", "01 ");
+        row("zel /tmp/a.log -ft", "01  | /tmp/a.log");
         row("zel -t -ft x.log", "11 x.log");
         row("zel -T -FT", "00 ");
         row("zel -ft -t", "11 ");
@@ -78,8 +79,12 @@ private slots:
     void commandLine()
     {
         const auto line = gui::CommandLine::parse(QString::fromLatin1(QTest::currentDataTag()).split(QLatin1Char(' ')));
-        QTEST(QStringLiteral("%1%2 %3").arg(int(line.startTracing)).arg(int(line.startFileTracing)).arg(line.fileName),
-              "asked");
+        const QString captures = line.captureFiles.isEmpty()
+            ? QString()
+            : QStringLiteral(" | ") + line.captureFiles.join(QLatin1Char(' '));
+        const QString asked
+            = QStringLiteral("%1%2 %3").arg(int(line.startTracing)).arg(int(line.startFileTracing)).arg(line.fileName);
+        QTEST(QString(asked + captures), "asked");
     }
 
     void actionStates_data()
