@@ -80,6 +80,20 @@ int otherUser(int argc, char** argv)
     if (mode == "--own-segment" && argc == 4) // a segment of this size under the key, for this user only
         return shmget(std::atoi(argv[2]), std::strtoul(argv[3], nullptr, 10), IPC_CREAT | IPC_EXCL | 0600) != -1 ? 0
                                                                                                                  : 1;
+    if (mode == "--fresh-stamp" && argc == 4) { // keeps the ring's last-update stamp fresh without draining
+        RingBufferSharedMem<FullEntry> ring(QString::fromUtf8(argv[2]), LiveTraceModel::s_DefaultSharedRingSize);
+        auto* block = static_cast<char*>(ring.block().data());
+        if (!block)
+            return 1;
+        std::printf("stamping\n");
+        std::fflush(stdout);
+        for (const std::int64_t end = monotonicNanoseconds() + std::atoll(argv[3]) * 1000000;
+             monotonicNanoseconds() < end; usleep(5000)) {
+            const qint64 now = QDateTime::currentMSecsSinceEpoch();
+            std::memcpy(block + 16, &now, sizeof now); // the block header's lastUpdate
+        }
+        return 0;
+    }
     if (mode == "--probe" && argc == 2) // this program runs as the other user
         return 0;
     if (mode == "--link" && argc == 4) // a symbolic link where this user may write
@@ -186,6 +200,26 @@ private slots:
             QCOMPARE(tool->exitCode(), 0);
         }
         QCOMPARE(raw.header().tracingActive, 0u);
+    }
+
+    // The other user keeps the shared ring's last-update stamp fresh, as a copy of the tool that drains
+    // the segment would, without draining it. The copy of the tool believes the stamp only while the
+    // segment shows a drain, so records are still taken (before, every copy left the draining to
+    // "another" and records piled up until the segment was full).
+    void freshStampStillDrained()
+    {
+        REQUIRE_OTHER_USER();
+        const QString ring = QString::fromStdString(TestNames::sharedRingName("stamped"));
+        QVERIFY(startTool(ring));
+        QProcess* stamper = startAsOtherUser({QStringLiteral("--fresh-stamp"), ring, QStringLiteral("20000")});
+        QVERIFY(stamper && stamper->waitForReadyRead(20000));
+        TraceProducer producer(copiesSegment().key, s_VisaSharedMemorySize, copiesSegment().semaphore,
+                               copiesSegment().fileSemaphore);
+        RawSegment raw(copiesSegment());
+        for (std::uint64_t id = 1; id <= 5; ++id) {
+            QCOMPARE(producer.write(makeEntry(id, 100, 0, "viWrite")), Outcome::Written);
+            QTRY_VERIFY_WITH_TIMEOUT(raw.header().writeIndex == 0, 10000); // drained by the copy of the tool
+        }
     }
 
     // The other user keeps re-taking the segment lock. A traced program's calls wait a few ms at most
