@@ -27,5 +27,7 @@ inline constexpr char const* s_ViewFilterDialogGroup = "ViewFilterDialog";
 inline constexpr char const* s_AnalysisGroup = "Analysis";
 inline constexpr char const* s_DetailsVisible = "DetailsPaneVisible";
 inline constexpr char const* s_StatisticsVisible = "StatisticsPaneVisible";
+inline constexpr char const* s_TimelineVisible = "TimelineVisible";
+inline constexpr char const* s_TimelineLanes = "TimelineLanes"; // 0 thread, 1 session, 2 address
 
 } // namespace gui::SettingsKeys

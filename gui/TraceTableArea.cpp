@@ -8,6 +8,7 @@
 #include "RowHeaderView.h"
 #include "SettingsKeys.h"
 #include "StatisticsPane.h"
+#include "TimelineDock.h"
 
 #include <QAction>
 #include <QFontMetrics>
@@ -45,12 +46,16 @@ TraceTableArea::TraceTableArea(QMainWindow& window, LiveTableView& view, LiveTra
     finder = new FindBar(model, &view);
     details = new DetailsPane(model, &view, &window);
     statistics = new StatisticsPane(model, &window);
-    // Both panes below the table, so that the table keeps its width for the Command column.
-    window.addDockWidget(Qt::BottomDockWidgetArea, details);
+    timeline = new TimelineDock(model, view, *finder, &window);
+    // The timeline right below the table across its width, both panes below it, so that the table
+    // keeps its width for the Command column.
+    window.addDockWidget(Qt::BottomDockWidgetArea, timeline);
+    window.addDockWidget(Qt::BottomDockWidgetArea, details, Qt::Vertical);
     window.addDockWidget(Qt::BottomDockWidgetArea, statistics);
     window.splitDockWidget(details, statistics, Qt::Horizontal);
     details->toggleViewAction()->setText(tr("&Details pane"));
     statistics->toggleViewAction()->setText(tr("&Statistics pane"));
+    timeline->toggleViewAction()->setText(tr("&Timeline"));
     onlyErrors = new QAction(tr("&Only errors"), this);
     onlyErrors->setCheckable(true);
     connect(onlyErrors, &QAction::toggled, this, [this](bool only) { this->model.setOnlyErrors(only); });
@@ -59,6 +64,7 @@ TraceTableArea::TraceTableArea(QMainWindow& window, LiveTableView& view, LiveTra
 // The panes and the find bar read the model, which may go before the window that holds them.
 TraceTableArea::~TraceTableArea()
 {
+    delete timeline;
     delete details;
     delete statistics;
     delete finder;
@@ -114,6 +120,7 @@ void TraceTableArea::addAnalysisActions(QMenu& menu)
     menu.addSeparator();
     menu.addAction(details->toggleViewAction());
     menu.addAction(statistics->toggleViewAction());
+    menu.addAction(timeline->toggleViewAction());
 }
 
 std::unique_ptr<QMenu> TraceTableArea::headerMenu(QWidget* parent, QSignalMapper& mapper) const
@@ -152,6 +159,7 @@ void TraceTableArea::restorePanes(QSettings& settings, bool detailsByDefault, bo
     details->setVisible(settings.value(QLatin1String(SettingsKeys::s_DetailsVisible), detailsByDefault).toBool());
     statistics->setVisible(
         settings.value(QLatin1String(SettingsKeys::s_StatisticsVisible), statisticsByDefault).toBool());
+    timeline->restore(settings, true);
     settings.endGroup();
     window.resizeDocks({details}, {window.height() / 3}, Qt::Vertical);
     window.resizeDocks({details, statistics}, {window.width() * 3 / 5, window.width() * 2 / 5}, Qt::Horizontal);
@@ -162,6 +170,7 @@ void TraceTableArea::savePanes(QSettings& settings) const
     settings.beginGroup(QLatin1String(SettingsKeys::s_AnalysisGroup));
     settings.setValue(QLatin1String(SettingsKeys::s_DetailsVisible), !details->isHidden());
     settings.setValue(QLatin1String(SettingsKeys::s_StatisticsVisible), !statistics->isHidden());
+    timeline->save(settings);
     settings.endGroup();
 }
 

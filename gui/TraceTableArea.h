@@ -18,11 +18,12 @@ class DetailsPane;
 class FindBar;
 class LiveTableView;
 class StatisticsPane;
+class TimelineDock;
 
 // The table of calls and all that goes with it, built once for the live window and for every capture
 // window alike: the view on its model with the row header, column widths and tool tips on cut cells,
-// the find bar, the details and statistics panes docked below, the header menu that shows and hides
-// columns, and the Analysis actions (find, errors, only errors, the panes). Each window places the view
+// the find bar, the timeline and the details and statistics panes docked below, the header menu that
+// shows and hides columns, and the Analysis actions (find, errors, only errors, the panes). Each window places the view
 // and keeps its own menus, status bar and commands, and holds the area while its model lives: the
 // area takes its panes and find bar with it.
 class TraceTableArea : public QObject
@@ -52,6 +53,7 @@ public:
     FindBar& findBar() const { return *finder; }
     DetailsPane& detailsPane() const { return *details; }
     StatisticsPane& statisticsPane() const { return *statistics; }
+    TimelineDock& timelinePane() const { return *timeline; }
     QAction& onlyErrorsAction() const { return *onlyErrors; }
 
 private:
@@ -61,6 +63,7 @@ private:
     FindBar* finder;
     DetailsPane* details;
     StatisticsPane* statistics;
+    TimelineDock* timeline;
     QAction* onlyErrors;
     // Only for offerHeaderMenu().
     QSignalMapper* ownHeaderMapper = nullptr;
