@@ -1,6 +1,6 @@
 #!/bin/sh
 # Runs libFuzzer targets from a fuzzer build for a bounded time each and fails on any finding.
-# usage: fuzz/run.sh BUILD_DIR [SECONDS] [TARGET...]   (targets default to all five)
+# usage: fuzz/run.sh BUILD_DIR [SECONDS] [TARGET...]   (targets default to all six)
 # Working corpora and findings go under BUILD_DIR/fuzz-work/<target>/; the committed seeds under
 # fuzz/corpus/<target>/ are read, never written.
 set -eu
@@ -8,7 +8,7 @@ build=$1
 seconds=${2:-60}
 shift $(( $# >= 2 ? 2 : $# ))
 here=$(cd "$(dirname "$0")" && pwd)
-targets=${*:-"segment sharedring viewfilter valueformat settings"}
+targets=${*:-"segment sharedring viewfilter valueformat settings timeline"}
 
 export QT_QPA_PLATFORM=offscreen
 export LSAN_OPTIONS="suppressions=$here/lsan.supp"

@@ -28,7 +28,7 @@ Nanoseconds clampedSeconds(double seconds)
 {
     if (!(seconds > 0))
         return 0;
-    return std::llround(std::min(seconds, s_LatestSeconds) * 1e9);
+    return static_cast<Nanoseconds>(std::min(seconds, s_LatestSeconds) * 1e9 + 0.5);
 }
 
 bool sameCall(const TimelineCall& a, const TimelineCall& b)
@@ -88,24 +88,39 @@ bool TimelineModelSource::isLive() const
 }
 
 // A call shown as two rows (other rows came between) has a call row and a return row; they pair by
-// process, thread and id, as the row builder pairs adjacent ones, the call row first.
+// process, thread and id, as the row builder pairs adjacent ones, the call row first. The call rows
+// wait in an open-addressed table of twice the rows, so that a probe always ends at a free slot.
 void TimelineModelSource::pairHalves(int rows)
 {
-    halves.clear();
     returnOfCall.assign(static_cast<std::size_t>(rows), -1);
+    std::size_t size = 16;
+    while (size < 2 * static_cast<std::size_t>(rows))
+        size *= 2;
+    constexpr int free = -1;
+    constexpr int taken = -2; // paired: probes go on past it
+    pending.assign(size, free);
+    const auto same = [](const ZelTracer::FullEntry& a, const ZelTracer::FullEntry& b) {
+        return a.pid == b.pid && a.threadId == b.threadId && a.id == b.id;
+    };
     for (int r = 0; r < rows; ++r) {
         const LiveTraceModel::Row* row = model.displayRow(r);
-        if (row && (row->displayKind == LiveTraceModel::CallKind || row->displayKind == LiveTraceModel::ReturnKind))
-            halves.push_back({row->entry->pid, row->entry->threadId, row->entry->id, r,
-                              row->displayKind == LiveTraceModel::ReturnKind});
-    }
-    const auto key = [](const Half& h) { return std::tie(h.pid, h.thread, h.id, h.row); };
-    std::sort(halves.begin(), halves.end(), [&key](const Half& a, const Half& b) { return key(a) < key(b); });
-    for (std::size_t i = 0; i + 1 < halves.size(); ++i) {
-        const Half& call = halves[i];
-        const Half& back = halves[i + 1];
-        if (!call.isReturn && back.isReturn && call.pid == back.pid && call.thread == back.thread && call.id == back.id)
-            returnOfCall[static_cast<std::size_t>(call.row)] = back.row;
+        if (!row || (row->displayKind != LiveTraceModel::CallKind && row->displayKind != LiveTraceModel::ReturnKind))
+            continue;
+        const ZelTracer::FullEntry& e = *row->entry;
+        std::size_t slot = (e.id * 0x9E3779B97F4A7C15u ^ (std::uint64_t(e.pid) << 32 | e.threadId)) & (size - 1);
+        if (row->displayKind == LiveTraceModel::CallKind) {
+            while (pending[slot] != free)
+                slot = (slot + 1) & (size - 1);
+            pending[slot] = r;
+            continue;
+        }
+        for (; pending[slot] != free; slot = (slot + 1) & (size - 1)) {
+            if (pending[slot] != taken && same(*model.displayRow(pending[slot])->entry, e)) {
+                returnOfCall[static_cast<std::size_t>(pending[slot])] = r;
+                pending[slot] = taken;
+                break;
+            }
+        }
     }
 }
 
@@ -158,14 +173,60 @@ QString TimelineModelSource::labelOf(const LaneKey& key) const
     return QString();
 }
 
-// Lanes in the order of their keys, so that they stay in place while rows come and go.
+// Lanes in the order of their keys, so that they stay in place while rows come and go. The lanes of
+// the last rebuild are tried first: they rarely change.
 void TimelineModelSource::assignLanes()
 {
-    lanes = keys;
-    std::sort(lanes.begin(), lanes.end());
-    lanes.erase(std::unique(lanes.begin(), lanes.end()), lanes.end());
+    const auto before = [](const Lane& lane, const LaneKey& key) { return lane.key() < key; };
+    std::vector<int>& used = laneStart;
+    used.assign(lanes.size(), 0);
+    bool known = true;
+    for (std::size_t i = 0; i < fresh.size() && known; ++i) {
+        const auto it = std::lower_bound(lanes.begin(), lanes.end(), keys[i], before);
+        known = it != lanes.end() && it->key() == keys[i];
+        if (known) {
+            fresh[i].lane = static_cast<int>(it - lanes.begin());
+            ++used[static_cast<std::size_t>(fresh[i].lane)];
+        }
+    }
+    if (known && std::find(used.begin(), used.end(), 0) == used.end())
+        return;
+    sortedKeys = keys;
+    std::sort(sortedKeys.begin(), sortedKeys.end());
+    sortedKeys.erase(std::unique(sortedKeys.begin(), sortedKeys.end()), sortedKeys.end());
+    lanes.resize(sortedKeys.size());
+    for (std::size_t i = 0; i < lanes.size(); ++i) {
+        lanes[i].number = sortedKeys[i].number;
+        lanes[i].byAddress = sortedKeys[i].address != nullptr;
+        if (lanes[i].byAddress)
+            std::memcpy(lanes[i].address.data(), sortedKeys[i].address, lanes[i].address.size());
+    }
     for (std::size_t i = 0; i < fresh.size(); ++i)
-        fresh[i].lane = static_cast<int>(std::lower_bound(lanes.begin(), lanes.end(), keys[i]) - lanes.begin());
+        fresh[i].lane = static_cast<int>(std::lower_bound(lanes.begin(), lanes.end(), keys[i], before) - lanes.begin());
+}
+
+// Lane by lane, each in start order. Rows come in return order, which within a lane of one thread
+// is start order already: a lane is sorted only where it is not.
+void TimelineModelSource::orderByLane()
+{
+    laneStart.assign(lanes.size() + 1, 0);
+    for (const TimelineCall& call : fresh)
+        ++laneStart[static_cast<std::size_t>(call.lane) + 1];
+    for (std::size_t lane = 1; lane < laneStart.size(); ++lane)
+        laneStart[lane] += laneStart[lane - 1];
+    ordered.resize(fresh.size());
+    laneNext.assign(laneStart.begin(), laneStart.end() - 1);
+    for (const TimelineCall& call : fresh)
+        ordered[static_cast<std::size_t>(laneNext[static_cast<std::size_t>(call.lane)]++)] = call;
+    const auto earlier = [](const TimelineCall& a, const TimelineCall& b) {
+        return std::tie(a.start, a.row) < std::tie(b.start, b.row);
+    };
+    for (std::size_t lane = 0; lane + 1 < laneStart.size(); ++lane) {
+        const auto first = ordered.begin() + laneStart[lane];
+        const auto last = ordered.begin() + laneStart[lane + 1];
+        if (!std::is_sorted(first, last, earlier))
+            std::sort(first, last, earlier);
+    }
 }
 
 bool TimelineModelSource::rebuild()
@@ -212,16 +273,14 @@ bool TimelineModelSource::rebuild()
         keys.push_back(laneKey(e));
     }
     assignLanes();
-    std::sort(fresh.begin(), fresh.end(), [](const TimelineCall& a, const TimelineCall& b) {
-        return std::tie(a.lane, a.start, a.row) < std::tie(b.lane, b.start, b.row);
-    });
+    orderByLane();
 
     QStringList freshLabels;
-    for (const LaneKey& key : lanes)
-        freshLabels << labelOf(key);
-    const bool changed = fresh.size() != built.size() || freshLabels != labels
-        || !std::equal(fresh.begin(), fresh.end(), built.begin(), sameCall);
-    built.swap(fresh);
+    for (const Lane& lane : lanes)
+        freshLabels << labelOf(lane.key());
+    const bool changed = ordered.size() != built.size() || freshLabels != labels
+        || !std::equal(ordered.begin(), ordered.end(), built.begin(), sameCall);
+    built.swap(ordered);
     labels.swap(freshLabels);
 
     callIndex.assign(static_cast<std::size_t>(rows), -1);

@@ -6,6 +6,8 @@
 
 #include <QStringList>
 
+#include <array>
+
 #include <functional>
 
 class LiveTraceModel;
@@ -50,7 +52,8 @@ public:
     bool isGrowing() const override { return openCalls > 0 && isLive(); }
 
 private:
-    // What makes a lane, compared as a number and then as an address text.
+    // What makes a lane, compared as a number and then as an address text. A key points into a
+    // record and is good only while the rebuild that made it runs.
     struct LaneKey
     {
         std::uint64_t number = 0;
@@ -58,21 +61,20 @@ private:
         bool operator<(const LaneKey& other) const;
         bool operator==(const LaneKey& other) const { return !(*this < other) && !(other < *this); }
     };
-    // The call and the return of one call shown as rows of their own.
-    struct Half
+    // A lane keeps its own copy of the address: the records of the last rebuild may be gone.
+    struct Lane
     {
-        std::uint32_t pid;
-        std::uint32_t thread;
-        std::uint64_t id;
-        int row;
-        bool isReturn;
+        std::uint64_t number = 0;
+        std::array<char, sizeof ZelTracer::FullEntry::address> address {};
+        bool byAddress = false;
+        LaneKey key() const { return {number, byAddress ? address.data() : nullptr}; }
     };
-
     void pairHalves(int rows);
     Nanoseconds runStart(const ZelTracer::RingBufferIterator<ZelTracer::FullEntry>& last, std::uint32_t fromSlot) const;
     LaneKey laneKey(const ZelTracer::FullEntry& e) const;
     QString labelOf(const LaneKey& key) const;
     void assignLanes();
+    void orderByLane();
     Nanoseconds openEnd() const;
     TimelineCall shown(const TimelineCall& call) const;
 
@@ -82,10 +84,14 @@ private:
 
     // Kept between rebuilds so that a rebuild allocates nothing once they have grown.
     CallList built;
-    CallList fresh;
+    CallList fresh; // in row order
+    CallList ordered; // by lane, then start
     std::vector<LaneKey> keys;
-    std::vector<LaneKey> lanes;
-    std::vector<Half> halves;
+    std::vector<LaneKey> sortedKeys;
+    std::vector<Lane> lanes;
+    std::vector<int> laneStart; // where each lane begins in ordered
+    std::vector<int> laneNext;
+    std::vector<int> pending; // call rows waiting for their return, by hash of process, thread and id
     std::vector<int> returnOfCall; // per row: the row of its return, for a call shown apart
     std::vector<int> callIndex; // per row: its bar in built, -1 for none
     QStringList labels;

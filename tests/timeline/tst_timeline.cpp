@@ -425,6 +425,25 @@ private slots:
         }
     }
 
+    // Lanes read their addresses when they are made: records loaded afresh (or a ring that turned)
+    // bring their own lanes, never the old records' texts.
+    void lanesFollowNewRecords()
+    {
+        LiveTraceModel model(nullptr, app.getChannelControl(), app.getEndpoints().sharedRingName);
+        TimelineModelSource source(model);
+        source.setGrouping(LaneGrouping::Address);
+        model.loadRecords({stamped(1, 1, 1, 5, "viRead(7)", 1, 0, 7, "GPIB0::5::INSTR")});
+        source.rebuild();
+        model.loadRecords({stamped(1, 1, 1, 5, "viRead(7)", 1, 0, 7, "ASRL3::INSTR"),
+                           stamped(2, 2, 1, 6, "viRead(7)", 1, 0, 7, "GPIB0::5::INSTR")});
+        QVERIFY(source.rebuild());
+        QCOMPARE(describe(source),
+                 QStringList({"ASRL3::INSTR | 4.000-5.000 | row 0"_q, "GPIB0::5::INSTR | 5.000-6.000 | row 1"_q}));
+        model.loadRecords({stamped(1, 1, 1, 5, "viRead(7)", 1, 0, 7, "GPIB0::5::INSTR")});
+        QVERIFY(source.rebuild());
+        QCOMPARE(describe(source), QStringList({"GPIB0::5::INSTR | 4.000-5.000 | row 0"_q}));
+    }
+
     // Hidden rows leave no bar; a highlight colours the bar and wins over the error colour.
     void filtersApply()
     {
