@@ -112,20 +112,32 @@ void TimelineView::sourceChanged()
         placed = true;
     }
     relayout();
-    if (source.isGrowing() && isVisible())
-        growTimer.start();
-    else
-        growTimer.stop();
+    updateGrowth();
 }
 
-void TimelineView::advance()
+void TimelineView::updateGrowth()
 {
     if (!source.isGrowing() || !isVisible()) {
         growTimer.stop();
         return;
     }
-    follow();
-    relayout();
+    // An open call grows by a pixel at most this often: zoomed out far, the view repaints seldom.
+    const double interval
+        = std::clamp(view.pixelSize() / 1e6, static_cast<double>(s_GrowInterval), static_cast<double>(s_SlowestGrowth));
+    // A new interval restarts a running timer: it is set only when it changes.
+    if (growTimer.interval() != static_cast<int>(interval))
+        growTimer.setInterval(static_cast<int>(interval));
+    if (!growTimer.isActive())
+        growTimer.start();
+}
+
+void TimelineView::advance()
+{
+    if (source.isGrowing() && isVisible()) {
+        follow();
+        relayout();
+    }
+    updateGrowth();
 }
 
 // The newest calls at the right edge, with a little room after them.

@@ -24,8 +24,10 @@ class TimelineView : public QAbstractScrollArea
 public:
     // How much a live view shows while it follows on its own: everything, up to this much.
     static constexpr timeline::Nanoseconds s_FollowSpan = 10 * timeline::s_NanosecondsPerSecond;
-    // How often open calls grow while nothing arrives (the display stage's pace).
+    // How often open calls grow while nothing arrives: the display stage's pace, or as often as they
+    // grow by a pixel when that is less often, but at least every s_SlowestGrowth ms.
     static constexpr int s_GrowInterval = 200;
+    static constexpr int s_SlowestGrowth = 5000;
 
     TimelineView(timeline::TimelineSource& source, QTableView& table, FindBar& finder, QWidget* parent = nullptr);
 
@@ -75,6 +77,7 @@ private:
     void measure();
     void relayout();
     void follow();
+    void updateGrowth();
     // The user moved the view: it no longer follows.
     void movedByUser();
     void currentRowChanged();
