@@ -56,6 +56,7 @@ TraceTableArea::TraceTableArea(QMainWindow& window, LiveTableView& view, LiveTra
     details->toggleViewAction()->setText(tr("&Details pane"));
     statistics->toggleViewAction()->setText(tr("&Statistics pane"));
     timeline->toggleViewAction()->setText(tr("&Timeline"));
+    timeline->toggleViewAction()->setShortcut(QKeySequence(Qt::CTRL + Qt::Key_T));
     onlyErrors = new QAction(tr("&Only errors"), this);
     onlyErrors->setCheckable(true);
     connect(onlyErrors, &QAction::toggled, this, [this](bool only) { this->model.setOnlyErrors(only); });
@@ -159,7 +160,8 @@ void TraceTableArea::restorePanes(QSettings& settings, bool detailsByDefault, bo
     details->setVisible(settings.value(QLatin1String(SettingsKeys::s_DetailsVisible), detailsByDefault).toBool());
     statistics->setVisible(
         settings.value(QLatin1String(SettingsKeys::s_StatisticsVisible), statisticsByDefault).toBool());
-    timeline->restore(settings, true);
+    // The live window gives the table its height until the timeline is asked for.
+    timeline->restore(settings, false);
     settings.endGroup();
     window.resizeDocks({details}, {window.height() / 3}, Qt::Vertical);
     window.resizeDocks({details, statistics}, {window.width() * 3 / 5, window.width() * 2 / 5}, Qt::Horizontal);

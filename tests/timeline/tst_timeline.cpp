@@ -624,6 +624,9 @@ private slots:
         window->show();
         QVERIFY(QTest::qWaitForWindowExposed(window.get()));
         auto* dock = child<gui::TimelineDock>(window.get(), "timelinePane");
+        // Hidden at first in the live window; asked for, it shows and is remembered.
+        QVERIFY(dock->isHidden());
+        dock->toggleViewAction()->trigger();
         QVERIFY(dock->isVisible());
         Nanoseconds now = s_Origin + 100 * s_Ms;
         dock->source().setClock([&now] { return now; });
@@ -677,13 +680,15 @@ private slots:
         QCOMPARE(timeline->timeView().range().end, paused.end);
     }
 
-    // A hidden timeline takes no rows; shown again it has them all.
+    // Shown in the last window, shown in the next. A hidden timeline takes no rows; shown again it
+    // has them all.
     void hiddenCostsNothing()
     {
         window = std::make_unique<gui::MainWindow>(nullptr, app);
         window->show();
         QVERIFY(QTest::qWaitForWindowExposed(window.get()));
         auto* dock = child<gui::TimelineDock>(window.get(), "timelinePane");
+        QVERIFY(dock->isVisible());
         dock->hide();
         write(call(1, 1, 10, 20, "viWrite(7)"));
         QCOMPARE(dock->source().laneCount(), 0);
