@@ -322,8 +322,10 @@ void TimelineView::paintAxis(QPainter& painter) const
         painter.drawLine(x, sizes.axisHeight, x, viewport()->height());
         painter.setPen(palette().color(QPalette::WindowText));
         painter.drawLine(x, sizes.axisHeight - 5, x, sizes.axisHeight);
-        painter.drawText(QRect(x + 3, 0, static_cast<int>(spacing), sizes.axisHeight - 2),
-                         Qt::AlignVCenter | Qt::AlignLeft, tick.label);
+        // A label cut at the right edge reads as another time.
+        if (x + 3 + fontMetrics().horizontalAdvance(tick.label) <= viewport()->width())
+            painter.drawText(QRect(x + 3, 0, static_cast<int>(spacing), sizes.axisHeight - 2),
+                             Qt::AlignVCenter | Qt::AlignLeft, tick.label);
     }
 }
 
