@@ -238,23 +238,23 @@ QPoint TimelineView::centreOf(const TimelineBar& bar) const
 
 QString TimelineView::toolTipOf(const TimelineBar& bar) const
 {
-    const QString span
-        = TimelineAxis::timeOfDay(bar.start) + QString::fromUtf8(" \xE2\x80\x93 ") + TimelineAxis::timeOfDay(bar.end);
-    if (bar.merged) {
-        QString text = tr("%n calls", nullptr, static_cast<int>(std::min<std::uint32_t>(bar.count, INT32_MAX)));
-        if (bar.errors > 0)
-            text += tr(", %n failed", nullptr, static_cast<int>(std::min<std::uint32_t>(bar.errors, INT32_MAX)));
+    const QString span = TimelineAxis::timeOfDay(bar.call.start) + QString::fromUtf8(" \xE2\x80\x93 ")
+        + TimelineAxis::timeOfDay(bar.call.end);
+    if (bar.call.merged) {
+        QString text = tr("%n calls", nullptr, static_cast<int>(std::min<std::uint32_t>(bar.call.count, INT32_MAX)));
+        if (bar.call.errors > 0)
+            text += tr(", %n failed", nullptr, static_cast<int>(std::min<std::uint32_t>(bar.call.errors, INT32_MAX)));
         return text + QLatin1Char('\n') + span + QLatin1Char('\n')
-            + (bar.errors > 0 ? tr("Zoom in to tell them apart; a click selects the first failed call.")
-                              : tr("Zoom in to tell them apart; a click selects the first call."));
+            + (bar.call.errors > 0 ? tr("Zoom in to tell them apart; a click selects the first failed call.")
+                                   : tr("Zoom in to tell them apart; a click selects the first call."));
     }
     const QAbstractItemModel* model = table.model();
-    auto cell = [model, &bar](int column) { return model->index(bar.row, column).data().toString(); };
+    auto cell = [model, &bar](int column) { return model->index(bar.call.row, column).data().toString(); };
     QString command = cell(LiveTraceModel::CommandColumn);
     if (command.size() > s_ToolTipCommand)
         command = command.left(s_ToolTipCommand) + QChar(0x2026);
-    const QString result = bar.open
-        ? tr("Not returned yet, open for %1").arg(ValueFormat::duration2string(seconds(bar.end - bar.start)))
+    const QString result = bar.call.open
+        ? tr("Not returned yet, open for %1").arg(ValueFormat::duration2string(seconds(bar.call.end - bar.call.start)))
         : cell(LiveTraceModel::StatusColumn) + QStringLiteral(", ") + cell(LiveTraceModel::DurationColumn);
     return command + QLatin1Char('\n') + result + QLatin1Char('\n') + span;
 }
@@ -339,16 +339,16 @@ void TimelineView::paintBars(QPainter& painter) const
         if (rect.bottom() < top || rect.top() > bottom)
             continue;
         // As in the table: a highlight wins over the error colour.
-        const QColor fill = bar.highlighted ? QColor::fromRgba(bar.highlight)
-            : bar.errors > 0                ? s_ErrorColour
-                                            : s_CallColour;
+        const QColor fill = bar.call.highlighted ? QColor::fromRgba(bar.call.highlight)
+            : bar.call.errors > 0                ? s_ErrorColour
+                                                 : s_CallColour;
         painter.fillRect(rect, fill);
         if (rect.width() >= 4) {
-            painter.setPen(fill.darker(bar.merged ? 200 : 150));
+            painter.setPen(fill.darker(bar.call.merged ? 200 : 150));
             painter.setBrush(Qt::NoBrush);
             painter.drawRect(rect.adjusted(0.5, 0.5, -0.5, -0.5));
         }
-        if (bar.open) {
+        if (bar.call.open) {
             // Still running: hatched, with its open end drawn as an arrow head.
             painter.fillRect(rect, QBrush(fill.darker(170), Qt::BDiagPattern));
             const double x = rect.right();
@@ -357,10 +357,10 @@ void TimelineView::paintBars(QPainter& painter) const
             painter.setBrush(fill.darker(170));
             painter.drawPolygon(head, 3);
         }
-        if (bar.errors > 0 && bar.highlighted)
+        if (bar.call.errors > 0 && bar.call.highlighted)
             painter.fillRect(QRectF(rect.left(), rect.bottom() - 2, rect.width(), 2), s_ErrorMark);
-        if (bar.count > 1) {
-            const QString count = QString::number(bar.count) + QChar(0x00D7);
+        if (bar.call.count > 1) {
+            const QString count = QString::number(bar.call.count) + QChar(0x00D7);
             if (metrics.horizontalAdvance(count) + 6 <= rect.width()) {
                 painter.setPen(qGray(fill.rgb()) > 127 ? Qt::black : Qt::white);
                 painter.drawText(rect, Qt::AlignCenter, count);
@@ -444,7 +444,7 @@ void TimelineView::mouseReleaseEvent(QMouseEvent* event)
     if (!dragging) {
         const int hit = geometry.barAt(event->pos());
         if (hit >= 0)
-            finder.showRow(geometry.bars()[static_cast<std::size_t>(hit)].row);
+            finder.showRow(geometry.bars()[static_cast<std::size_t>(hit)].call.row);
     }
     dragging = false;
 }
@@ -454,7 +454,7 @@ void TimelineView::mouseDoubleClickEvent(QMouseEvent* event)
     const int hit = geometry.barAt(event->pos());
     if (event->button() != Qt::LeftButton || hit < 0)
         return QAbstractScrollArea::mouseDoubleClickEvent(event);
-    finder.showRow(geometry.bars()[static_cast<std::size_t>(hit)].row);
+    finder.showRow(geometry.bars()[static_cast<std::size_t>(hit)].call.row);
     zoomToSelection();
 }
 

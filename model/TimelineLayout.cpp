@@ -13,41 +13,24 @@ bool placedBefore(const TimelineCall* a, const TimelineCall* b)
     return std::tie(a->lane, a->start) < std::tie(b->lane, b->start);
 }
 
-TimelineBar barOf(const TimelineCall& call, double x0, double x1)
-{
-    TimelineBar bar;
-    bar.x0 = x0;
-    bar.x1 = x1;
-    bar.lane = call.lane;
-    bar.row = call.row;
-    bar.count = call.count;
-    bar.errors = call.errors;
-    bar.highlight = call.highlight;
-    bar.highlighted = call.highlighted;
-    bar.open = call.open;
-    bar.merged = call.merged;
-    bar.start = call.start;
-    bar.end = call.end;
-    return bar;
-}
-
 // Takes call into the run of thin calls that bar stands for.
 void merge(TimelineBar& bar, const TimelineCall& call, double x1)
 {
+    TimelineCall& run = bar.call;
     // The first failed call is the one worth a click.
-    if (bar.errors == 0 && call.errors > 0)
-        bar.row = call.row;
+    if (run.errors == 0 && call.errors > 0)
+        run.row = call.row;
     bar.x1 = std::max(bar.x1, x1);
-    bar.count = bar.count + call.count < bar.count ? UINT32_MAX : bar.count + call.count;
-    bar.errors = bar.errors + call.errors < bar.errors ? UINT32_MAX : bar.errors + call.errors;
+    run.count = run.count + call.count < run.count ? UINT32_MAX : run.count + call.count;
+    run.errors = run.errors + call.errors < run.errors ? UINT32_MAX : run.errors + call.errors;
     // The first highlight wins, as the first matching rule does in the table.
-    if (!bar.highlighted && call.highlighted) {
-        bar.highlighted = true;
-        bar.highlight = call.highlight;
+    if (!run.highlighted && call.highlighted) {
+        run.highlighted = true;
+        run.highlight = call.highlight;
     }
-    bar.open = bar.open || call.open;
-    bar.merged = true;
-    bar.end = std::max(bar.end, call.end);
+    run.open = run.open || call.open;
+    run.merged = true;
+    run.end = std::max(run.end, call.end);
 }
 
 } // namespace
@@ -72,11 +55,11 @@ void TimelineLayout::place(const TimelineViewport& viewport, const CallList& cal
         const double x0 = std::max(left, -2 * s_MinBarWidth);
         const double x1 = std::clamp(right, x0, limit);
         const bool thin = x1 - x0 < s_MinBarWidth;
-        if (pending && thin && placed.back().lane == call->lane && x0 - placed.back().x1 < s_MinBarWidth) {
+        if (pending && thin && placed.back().call.lane == call->lane && x0 - placed.back().x1 < s_MinBarWidth) {
             merge(placed.back(), *call, x1);
             continue;
         }
-        placed.push_back(barOf(*call, x0, x1));
+        placed.push_back({x0, x1, *call});
         pending = thin;
     }
 }
@@ -103,10 +86,10 @@ int TimelineLayout::barAt(QPointF point) const
     const double x = point.x() - metrics.labelWidth;
     // Bars of a lane lie in start order: those that start beyond the point and its slack are skipped.
     const auto first = std::lower_bound(placed.begin(), placed.end(), lane,
-                                        [](const TimelineBar& bar, int l) { return bar.lane < l; });
+                                        [](const TimelineBar& bar, int l) { return bar.call.lane < l; });
     int best = -1;
     double bestDistance = s_HitSlack;
-    for (auto it = first; it != placed.end() && it->lane == lane && it->x0 <= x + s_HitSlack; ++it) {
+    for (auto it = first; it != placed.end() && it->call.lane == lane && it->x0 <= x + s_HitSlack; ++it) {
         const double right = std::max(it->x1, it->x0 + s_MinBarWidth);
         const double distance = x < it->x0 ? it->x0 - x : x > right ? x - right : 0;
         // The later of two bars under the point is painted over the earlier: it is the one hit.

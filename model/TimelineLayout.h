@@ -10,25 +10,15 @@
 
 namespace timeline {
 
-// A call or a run of calls as it lands on the screen.
+// A call or a run of calls as it lands on the screen: the call (for a run, merged, its count the
+// calls', its row the first failed call's, else the first one's) and where it lies.
 struct TimelineBar
 {
     // Pixels from the left edge of the time area, cut to a little beyond the view. A bar narrower
     // than s_MinBarWidth is drawn that wide.
     double x0 = 0;
     double x1 = 0;
-    int lane = 0;
-    // The row a click makes current: the first failed call's, else the first call's.
-    int row = -1;
-    std::uint32_t count = 1;
-    std::uint32_t errors = 0;
-    QRgb highlight = 0;
-    bool highlighted = false;
-    bool open = false;
-    // Stands for several calls, each narrower than a pixel, that lie within a pixel of each other.
-    bool merged = false;
-    Nanoseconds start = 0;
-    Nanoseconds end = 0;
+    TimelineCall call;
 };
 
 // The geometry of a timeline as numbers: where the lanes lie, which bars the calls make at a
@@ -63,7 +53,7 @@ public:
     // The lane at widget height y, -1 over the axis.
     int laneAt(double y) const;
     // What a bar covers in widget coordinates.
-    QRectF rectOf(const TimelineBar& bar) const { return rectOf(bar.lane, bar.x0, bar.x1); }
+    QRectF rectOf(const TimelineBar& bar) const { return rectOf(bar.call.lane, bar.x0, bar.x1); }
     QRectF rectOf(int lane, double x0, double x1) const;
     // The bar under point (widget coordinates), the one nearest within s_HitSlack of a thin one; -1 none.
     int barAt(QPointF point) const;

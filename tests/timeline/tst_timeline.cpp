@@ -99,12 +99,15 @@ QStringList describe(const TimelineLayout& layout)
 {
     QStringList lines;
     for (const TimelineBar& b : layout.bars()) {
-        QString line
-            = QStringLiteral("%1: %2-%3 row %4").arg(b.lane).arg(b.x0, 0, 'f', 1).arg(b.x1, 0, 'f', 1).arg(b.row);
-        if (b.merged)
-            line += " merged %1"_q.arg(b.count);
-        if (b.errors)
-            line += " failed %1"_q.arg(b.errors);
+        QString line = QStringLiteral("%1: %2-%3 row %4")
+                           .arg(b.call.lane)
+                           .arg(b.x0, 0, 'f', 1)
+                           .arg(b.x1, 0, 'f', 1)
+                           .arg(b.call.row);
+        if (b.call.merged)
+            line += " merged %1"_q.arg(b.call.count);
+        if (b.call.errors)
+            line += " failed %1"_q.arg(b.call.errors);
         lines << line;
     }
     return lines;
@@ -146,7 +149,7 @@ private slots:
     {
         qputenv("TZ", "UTC");
         tzset();
-        app.getModel().setSharedRingSize(24 + 1232 * 81);
+        // Tracing is on before any window comes: the window's monitor sees no edge to act on.
         app.starttrace();
     }
     void cleanup()
@@ -281,9 +284,9 @@ private slots:
             std::uint64_t errors = 0;
             std::size_t merged = 0;
             for (const TimelineBar& bar : layout.bars()) {
-                count += bar.count;
-                errors += bar.errors;
-                merged += bar.merged ? 1 : 0;
+                count += bar.call.count;
+                errors += bar.call.errors;
+                merged += bar.call.merged ? 1 : 0;
             }
             if (msPerPixel >= 1) {
                 QCOMPARE(count, std::uint64_t(calls.size()));
@@ -513,7 +516,7 @@ private slots:
         QCOMPARE(int(bars.size()), 4);
         for (const timeline::TimelineBar& bar : bars) {
             QTest::mouseClick(timeline->viewport(), Qt::LeftButton, {}, timeline->centreOf(bar));
-            QCOMPARE(w.table()->currentIndex().row(), bar.row);
+            QCOMPARE(w.table()->currentIndex().row(), bar.call.row);
         }
         // The last bar is the call not returned yet; the details pane shows it.
         const QString details = child<QDockWidget>(&w, "detailsPane")->findChild<QLabel*>()->text();
@@ -570,11 +573,11 @@ private slots:
                               "viRead(9)\nNot returned yet, open for 2.081 s\n22:13:20.020 \u2013 22:13:22.101"_q}));
         timeline->showAll();
         timeline::TimelineBar merged;
-        merged.merged = true;
-        merged.count = 12;
-        merged.errors = 2;
-        merged.start = s_Origin;
-        merged.end = s_Origin + s_Ms;
+        merged.call.merged = true;
+        merged.call.count = 12;
+        merged.call.errors = 2;
+        merged.call.start = s_Origin;
+        merged.call.end = s_Origin + s_Ms;
         QCOMPARE(
             timeline->toolTipOf(merged),
             "12 calls, 2 failed\n22:13:20.000 \u2013 22:13:20.001\nZoom in to tell them apart; a click selects the "
@@ -620,10 +623,7 @@ private slots:
     // paused, it stays still; an open call grows with the clock.
     void followsLiveCalls()
     {
-        window = std::make_unique<gui::MainWindow>(nullptr, app);
-        window->show();
-        QVERIFY(QTest::qWaitForWindowExposed(window.get()));
-        auto* dock = child<gui::TimelineDock>(window.get(), "timelinePane");
+        gui::TimelineDock* dock = openLive();
         // Hidden at first in the live window; asked for, it shows and is remembered.
         QVERIFY(dock->isHidden());
         dock->toggleViewAction()->trigger();
@@ -669,11 +669,7 @@ private slots:
         QVERIFY(app.getModel().isPaused());
         const TimeRange paused = timeline->timeView().range();
         now += 5000 * s_Ms;
-        for (const FullEntry& e : call(2, 9, 13000, 13010, "viRead(7)"))
-            producer.write(e);
-        appClock().advance(LiveTraceModel::s_TimerInterval + 10);
-        app.getModel().timerHit();
-        QCoreApplication::processEvents();
+        writeAndTake(app, producer, call(2, 9, 13000, 13010, "viRead(7)"), true);
         timeline->advance();
         QVERIFY(!timeline->isGrowing());
         QCOMPARE(timeline->timeView().range().begin, paused.begin);
@@ -684,10 +680,7 @@ private slots:
     // has them all.
     void hiddenCostsNothing()
     {
-        window = std::make_unique<gui::MainWindow>(nullptr, app);
-        window->show();
-        QVERIFY(QTest::qWaitForWindowExposed(window.get()));
-        auto* dock = child<gui::TimelineDock>(window.get(), "timelinePane");
+        gui::TimelineDock* dock = openLive();
         QVERIFY(dock->isVisible());
         dock->hide();
         write(call(1, 1, 10, 20, "viWrite(7)"));
@@ -697,6 +690,15 @@ private slots:
     }
 
 private:
+    // The live window, shown, and its timeline.
+    gui::TimelineDock* openLive()
+    {
+        window = std::make_unique<gui::MainWindow>(nullptr, app);
+        window->show();
+        if (!QTest::qWaitForWindowExposed(window.get()))
+            qFatal("window not exposed");
+        return child<gui::TimelineDock>(window.get(), "timelinePane");
+    }
     gui::TimelineView* show(gui::CaptureWindow& w)
     {
         w.show();
@@ -720,16 +722,7 @@ private:
         return c;
     }
 
-    // What a producer writes, taken through every stage of the tool's model at once.
-    void write(const std::vector<FullEntry>& list)
-    {
-        for (const FullEntry& e : list)
-            producer.write(e);
-        appClock().advance(LiveTraceModel::s_TimerInterval + 10);
-        app.getModel().updateSharedData();
-        app.getModel().updateInternalAndDipslay();
-        QCoreApplication::processEvents();
-    }
+    void write(const std::vector<FullEntry>& list) { writeAndTake(app, producer, list); }
 
     TraceApplication& app;
     TraceProducer producer {segment().key, s_VisaSharedMemorySize, segment().semaphore, segment().fileSemaphore};
