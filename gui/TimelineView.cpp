@@ -47,7 +47,6 @@ TimelineView::TimelineView(TimelineSource& source, QTableView& table, FindBar& f
     setObjectName(QStringLiteral("timelineView"));
     setFocusPolicy(Qt::StrongFocus);
     setHorizontalScrollBarPolicy(Qt::ScrollBarAlwaysOff);
-    viewport()->setMouseTracking(false);
     viewport()->setAttribute(Qt::WA_OpaquePaintEvent);
     growTimer.setInterval(s_GrowInterval);
     connect(&growTimer, &QTimer::timeout, this, &TimelineView::advance);

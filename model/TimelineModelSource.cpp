@@ -4,6 +4,7 @@
 #include "ValueFormat.h"
 
 #include <QColor>
+#include <QCoreApplication>
 
 #include <algorithm>
 #include <chrono>
@@ -161,13 +162,13 @@ QString TimelineModelSource::labelOf(const LaneKey& key) const
     const auto low = static_cast<quint32>(key.number);
     switch (laneGrouping) {
     case LaneGrouping::Thread:
-        return QStringLiteral("Pid %1, thread %2").arg(pid).arg(low);
+        return QCoreApplication::translate("TimelineModelSource", "Pid %1, thread %2").arg(pid).arg(low);
     case LaneGrouping::Session:
-        return QStringLiteral("Pid %1, session %2").arg(pid).arg(low);
+        return QCoreApplication::translate("TimelineModelSource", "Pid %1, session %2").arg(pid).arg(low);
     case LaneGrouping::Address: {
         const QString address
             = ValueFormat::recordText(key.address, strnlen(key.address, sizeof ZelTracer::FullEntry::address));
-        return address.isEmpty() ? QStringLiteral("(no address)") : address;
+        return address.isEmpty() ? QCoreApplication::translate("TimelineModelSource", "(no address)") : address;
     }
     }
     return QString();
