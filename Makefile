@@ -42,7 +42,7 @@ fuzz:
 	CC=clang CXX=clang++ cmake -S . -B $(FUZZ_BUILD) -DCMAKE_BUILD_TYPE=RelWithDebInfo -DZEL_BUILD_FUZZERS=ON \
 		-DZEL_BUILD_BENCHMARKS=OFF
 	cmake --build $(FUZZ_BUILD) -j $(JOBS) --target fuzz_segment fuzz_sharedring fuzz_viewfilter fuzz_valueformat \
-		fuzz_settings fuzz_zelvisa fuzz_visasim fuzz_capturereader fuzz_recordoptions fuzz_zelcap
+		fuzz_settings fuzz_zelvisa fuzz_visasim fuzz_capturereader fuzz_recordoptions fuzz_zelcap fuzz_timeline
 	fuzz/run.sh $(FUZZ_BUILD) $(FUZZ_SECONDS)
 
 # clang-tidy (.clang-tidy) over the libraries and programs while they build; warnings are printed.

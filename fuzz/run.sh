@@ -8,7 +8,7 @@ build=$1
 seconds=${2:-60}
 shift $(( $# >= 2 ? 2 : $# ))
 here=$(cd "$(dirname "$0")" && pwd)
-targets=${*:-"segment sharedring viewfilter valueformat settings zelvisa visasim capturereader recordoptions pyvisatext zelcap"}
+targets=${*:-"segment sharedring viewfilter valueformat settings zelvisa visasim capturereader recordoptions pyvisatext zelcap timeline"}
 
 export QT_QPA_PLATFORM=offscreen
 export LSAN_OPTIONS="suppressions=$here/lsan.supp"

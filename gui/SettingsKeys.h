@@ -29,5 +29,7 @@ inline constexpr char const* s_DetailsVisible = "DetailsPaneVisible";
 inline constexpr char const* s_StatisticsVisible = "StatisticsPaneVisible";
 inline constexpr char const* s_KeepWhilePaused = "KeepRecordsWhilePaused";
 inline constexpr char const* s_ExportFolder = "ExportFolder";
+inline constexpr char const* s_TimelineVisible = "TimelineVisible";
+inline constexpr char const* s_TimelineLanes = "TimelineLanes"; // 0 thread, 1 session, 2 address
 
 } // namespace gui::SettingsKeys

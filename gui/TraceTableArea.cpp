@@ -8,6 +8,7 @@
 #include "RowHeaderView.h"
 #include "SettingsKeys.h"
 #include "StatisticsPane.h"
+#include "TimelineDock.h"
 
 #include <QAction>
 #include <QFontMetrics>
@@ -42,13 +43,17 @@ protected:
 } // namespace
 
 TraceTableArea::TraceTableArea(QMainWindow& window, LiveTableView& view, LiveTraceModel& liveModel)
-    : TraceTableArea(window, view, *new LiveRows(liveModel))
+    : TraceTableArea(window, view, *new LiveRows(liveModel), &liveModel)
 {
     liveRows.reset(static_cast<LiveRows*>(&rows));
     liveModel.tableView = &view;
 }
 
 TraceTableArea::TraceTableArea(QMainWindow& window, LiveTableView& view, TraceRows& rows)
+    : TraceTableArea(window, view, rows, nullptr)
+{ }
+
+TraceTableArea::TraceTableArea(QMainWindow& window, LiveTableView& view, TraceRows& rows, LiveTraceModel* liveModel)
     : window(window)
     , view(view)
     , rows(rows)
@@ -76,12 +81,23 @@ TraceTableArea::TraceTableArea(QMainWindow& window, LiveTableView& view, TraceRo
     finder = new FindBar(rows, &view);
     details = new DetailsPane(rows, &view, &window);
     statistics = new StatisticsPane(rows, &window);
-    // Both panes below the table, so that the table keeps its width for the Command column.
-    window.addDockWidget(Qt::BottomDockWidgetArea, details);
+    // The timeline (for rows in memory) right below the table across its width, both panes below it,
+    // so that the table keeps its width for the Command column.
+    if (liveModel) {
+        timeline = new TimelineDock(*liveModel, view, *finder, &window);
+        window.addDockWidget(Qt::BottomDockWidgetArea, timeline);
+        window.addDockWidget(Qt::BottomDockWidgetArea, details, Qt::Vertical);
+    } else {
+        window.addDockWidget(Qt::BottomDockWidgetArea, details);
+    }
     window.addDockWidget(Qt::BottomDockWidgetArea, statistics);
     window.splitDockWidget(details, statistics, Qt::Horizontal);
     details->toggleViewAction()->setText(tr("&Details pane"));
     statistics->toggleViewAction()->setText(tr("&Statistics pane"));
+    if (timeline) {
+        timeline->toggleViewAction()->setText(tr("&Timeline"));
+        timeline->toggleViewAction()->setShortcut(QKeySequence(Qt::CTRL + Qt::Key_T));
+    }
     onlyErrors = new QAction(tr("&Only errors"), this);
     onlyErrors->setCheckable(true);
     connect(onlyErrors, &QAction::toggled, this, [this](bool only) { this->rows.setOnlyErrors(only); });
@@ -90,6 +106,7 @@ TraceTableArea::TraceTableArea(QMainWindow& window, LiveTableView& view, TraceRo
 // The panes and the find bar read the model, which may go before the window that holds them.
 TraceTableArea::~TraceTableArea()
 {
+    delete timeline;
     delete details;
     delete statistics;
     delete finder;
@@ -148,6 +165,8 @@ void TraceTableArea::addAnalysisActions(QMenu& menu)
     menu.addSeparator();
     menu.addAction(details->toggleViewAction());
     menu.addAction(statistics->toggleViewAction());
+    if (timeline)
+        menu.addAction(timeline->toggleViewAction());
 }
 
 std::unique_ptr<QMenu> TraceTableArea::headerMenu(QWidget* parent, QSignalMapper& mapper) const
@@ -186,6 +205,9 @@ void TraceTableArea::restorePanes(QSettings& settings, bool detailsByDefault, bo
     details->setVisible(settings.value(QLatin1String(SettingsKeys::s_DetailsVisible), detailsByDefault).toBool());
     statistics->setVisible(
         settings.value(QLatin1String(SettingsKeys::s_StatisticsVisible), statisticsByDefault).toBool());
+    // The live window gives the table its height until the timeline is asked for.
+    if (timeline)
+        timeline->restore(settings, false);
     settings.endGroup();
     window.resizeDocks({details}, {window.height() / 3}, Qt::Vertical);
     window.resizeDocks({details, statistics}, {window.width() * 3 / 5, window.width() * 2 / 5}, Qt::Horizontal);
@@ -196,6 +218,8 @@ void TraceTableArea::savePanes(QSettings& settings) const
     settings.beginGroup(QLatin1String(SettingsKeys::s_AnalysisGroup));
     settings.setValue(QLatin1String(SettingsKeys::s_DetailsVisible), !details->isHidden());
     settings.setValue(QLatin1String(SettingsKeys::s_StatisticsVisible), !statistics->isHidden());
+    if (timeline)
+        timeline->save(settings);
     settings.endGroup();
 }
 

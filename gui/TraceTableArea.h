@@ -21,11 +21,12 @@ class DetailsPane;
 class FindBar;
 class LiveTableView;
 class StatisticsPane;
+class TimelineDock;
 
 // The table of calls and all that goes with it, built once for the live window and for every capture
 // window alike: the view on its model with the row header, column widths and tool tips on cut cells,
-// the find bar, the details and statistics panes docked below, the header menu that shows and hides
-// columns, and the Analysis actions (find, errors, only errors, the panes). Each window places the view
+// the find bar, the timeline and the details and statistics panes docked below, the header menu that
+// shows and hides columns, and the Analysis actions (find, errors, only errors, the panes). Each window places the view
 // and keeps its own menus, status bar and commands, and holds the area while its model lives: the
 // area takes its panes and find bar with it.
 class TraceTableArea : public QObject
@@ -34,7 +35,7 @@ class TraceTableArea : public QObject
 
 public:
     TraceTableArea(QMainWindow& window, LiveTableView& view, LiveTraceModel& model);
-    // The same for rows held elsewhere (a capture file).
+    // The same for rows held elsewhere (a capture file); a timeline shows rows held in memory only.
     TraceTableArea(QMainWindow& window, LiveTableView& view, TraceRows& rows);
     ~TraceTableArea() override;
 
@@ -57,9 +58,13 @@ public:
     FindBar& findBar() const { return *finder; }
     DetailsPane& detailsPane() const { return *details; }
     StatisticsPane& statisticsPane() const { return *statistics; }
+    // Null for rows held in a capture file.
+    TimelineDock* timelinePane() const { return timeline; }
     QAction& onlyErrorsAction() const { return *onlyErrors; }
 
 private:
+    TraceTableArea(QMainWindow& window, LiveTableView& view, TraceRows& rows, LiveTraceModel* liveModel);
+
     QMainWindow& window;
     LiveTableView& view;
     std::unique_ptr<LiveRows> liveRows;
@@ -68,6 +73,7 @@ private:
     FindBar* finder;
     DetailsPane* details;
     StatisticsPane* statistics;
+    TimelineDock* timeline = nullptr;
     QAction* onlyErrors;
     // Only for offerHeaderMenu().
     QSignalMapper* ownHeaderMapper = nullptr;

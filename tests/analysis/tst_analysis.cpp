@@ -458,16 +458,7 @@ private:
         return get<QTableView>("liveView");
     }
     template<class T = QAction> T* get(const char* name) const { return child<T>(window.get(), name); }
-    // What a producer writes, taken through every stage of the tool's model at once.
-    void write(const std::vector<FullEntry>& list)
-    {
-        for (const FullEntry& e : list)
-            producer.write(e);
-        appClock().advance(LiveTraceModel::s_TimerInterval + 10); // past the tick in which the ring was fed
-        app.getModel().updateSharedData();
-        app.getModel().updateInternalAndDipslay();
-        QCoreApplication::processEvents();
-    }
+    void write(const std::vector<FullEntry>& list) { writeAndTake(app, producer, list); }
 
     TraceApplication& app;
     TraceProducer producer {segment().key, s_VisaSharedMemorySize, segment().semaphore, segment().fileSemaphore};

@@ -2,6 +2,7 @@
 
 #include "TestClock.h"
 #include "TraceApplication.h"
+#include "TraceProducer.h"
 #include "TraceTestSupport.h"
 
 #include <QMessageBox>
@@ -45,6 +46,24 @@ template<class Test> int execWithApplication(int argc, char** argv, PrivateSegme
     app.getModel().setClock(appClock().function());
     Test test(app);
     return QTest::qExec(&test, argc, argv);
+}
+
+// What a producer writes, taken by the application's model once its clock is past the tick in which the
+// shared ring was fed: through every stage at once, or (asTimer) as one tick of its timer does, which
+// leaves the rows alone while the view is paused.
+inline void writeAndTake(TraceApplication& app, ZelTracer::TraceProducer& producer,
+                         const std::vector<ZelTracer::FullEntry>& list, bool asTimer = false)
+{
+    for (const ZelTracer::FullEntry& e : list)
+        producer.write(e);
+    appClock().advance(LiveTraceModel::s_TimerInterval + 10);
+    if (asTimer) {
+        app.getModel().timerHit();
+    } else {
+        app.getModel().updateSharedData();
+        app.getModel().updateInternalAndDipslay();
+    }
+    QCoreApplication::processEvents();
 }
 
 // A named child that the test cannot go on without.
