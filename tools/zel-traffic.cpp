@@ -271,6 +271,8 @@ private:
         const auto returned = std::chrono::system_clock::now();
         if (!finished())
             emit(1, std::chrono::duration<double>(returned - called).count(), status, returned);
+        // Between calls, not inside one: the wait for the rate is no part of a call's duration.
+        pace();
     }
 
     void emit(std::uint32_t kind, double duration, std::int32_t status, std::chrono::system_clock::time_point when)
@@ -284,7 +286,6 @@ private:
         entry.elapsedTime = std::chrono::duration<double>(std::chrono::steady_clock::now() - started).count();
         producer.write(entry);
         ++produced;
-        pace();
     }
 
     void pace()
